@@ -1,0 +1,66 @@
+// Everything that differs between Windows and POSIX, behind one small interface, so that the
+// protocol code has no #ifdef and never includes an OS header.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(__GNUC__)
+#define WAPIWPS_PRINTF(fmt_index, first_arg) __attribute__((format(printf, fmt_index, first_arg)))
+#else
+#define WAPIWPS_PRINTF(fmt_index, first_arg)
+#endif
+
+// ---- Trace -----------------------------------------------------------------------------------
+// printf-style diagnostic line. Discarded unless the host installed a callback or set
+// WAPIWPS_TRACE=stderr|debug|<file path>.
+void trace(const char* fmt, ...) WAPIWPS_PRINTF(1, 2);
+
+// True when the host explicitly asked for secrets (PIN, keys, admin login key) in trace lines.
+// Code that would print a secret prints "<hidden>" otherwise.
+bool trace_secrets_allowed();
+
+// Dumps bytes as hex under a label, only when secrets are allowed (key material).
+void trace_secret_bytes(const char* label, const uint8_t* data, size_t len);
+
+// Host callback routing (the trace extension export).
+using trace_callback_fn = void (*)(void* context, const char* line);
+void trace_set_callback(trace_callback_fn fn, void* context, bool include_secrets);
+
+// The secure-chip client's own diagnostics go to the process's standard output.
+void console_print(const char* fmt, ...) WAPIWPS_PRINTF(1, 2);
+
+namespace platform {
+
+// ---- Time and the C library generator ------------------------------------------------------
+// Calendar time in whole seconds since 1970 (_time64 / time()).
+int64_t time_seconds();
+// System time as a Windows file time: 100 ns units since 1601-01-01 (GetSystemTime +
+// SystemTimeToFileTime; on POSIX computed from the real-time clock).
+uint64_t system_file_time();
+// The C library generator, srand/rand. RAND_MAX is 32767 on Windows and 2^31-1 on glibc.
+void c_srand(uint32_t seed);
+int c_rand();
+
+// Test seams: replace the clock and the generator (nullptr restores the real ones).
+using time_fn = int64_t (*)();
+using file_time_fn = uint64_t (*)();
+using srand_fn = void (*)(uint32_t);
+using rand_fn = int (*)();
+void set_time_source(time_fn now, file_time_fn file_now);
+void set_generator(srand_fn seed, rand_fn next);
+
+// ---- Text and system information -------------------------------------------------------------
+// Converts NUL-terminated UTF-16 to UTF-8, writing at most out_cap bytes and cutting at a
+// character boundary; no terminator is written. Returns the number of bytes written.
+// Unpaired surrogates become U+FFFD.
+size_t utf16_to_utf8(const uint16_t* text, char* out, size_t out_cap);
+
+// The operating system's version value: GetVersion() on Windows; on POSIX the kernel release
+// packed the same way (major | minor << 8 | build << 16, build from the patch level).
+uint32_t os_version();
+
+// Sleeps the calling thread.
+void sleep_ms(uint32_t ms);
+
+}  // namespace platform
