@@ -1,3 +1,0 @@
-// Placeholder until the signing curve lands.
-#include "signing/signing.h"
-void CurveSetup() {}

@@ -1,2 +1,0 @@
-// Placeholder until the stand-in lands.
-#include "zev.h"
