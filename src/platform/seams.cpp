@@ -1,0 +1,53 @@
+// The clock and the C library generator as the protocol code sees them: the operating system's,
+// unless a test has substituted its own to make nonces, IVs and time stamps deterministic.
+#include <atomic>
+
+#include "platform/platform.h"
+#include "platform/platform_os.h"
+
+namespace platform {
+namespace {
+
+std::atomic<time_fn> g_time_override{nullptr};
+std::atomic<file_time_fn> g_file_time_override{nullptr};
+std::atomic<srand_fn> g_srand_override{nullptr};
+std::atomic<rand_fn> g_rand_override{nullptr};
+
+}  // namespace
+
+int64_t time_seconds() {
+    time_fn now = g_time_override.load(std::memory_order_acquire);
+    return now != nullptr ? now() : detail::os_time_seconds();
+}
+
+uint64_t system_file_time() {
+    file_time_fn now = g_file_time_override.load(std::memory_order_acquire);
+    return now != nullptr ? now() : detail::os_file_time();
+}
+
+void c_srand(uint32_t seed) {
+    srand_fn seed_fn = g_srand_override.load(std::memory_order_acquire);
+    if (seed_fn != nullptr) {
+        seed_fn(seed);
+    } else {
+        detail::os_srand(seed);
+    }
+}
+
+int c_rand() {
+    rand_fn next = g_rand_override.load(std::memory_order_acquire);
+    return next != nullptr ? next() : detail::os_rand();
+}
+
+// Each pointer is replaced on its own; nullptr puts the operating system's function back.
+void set_time_source(time_fn now, file_time_fn file_now) {
+    g_time_override.store(now, std::memory_order_release);
+    g_file_time_override.store(file_now, std::memory_order_release);
+}
+
+void set_generator(srand_fn seed, rand_fn next) {
+    g_srand_override.store(seed, std::memory_order_release);
+    g_rand_override.store(next, std::memory_order_release);
+}
+
+}  // namespace platform
