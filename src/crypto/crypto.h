@@ -19,6 +19,8 @@ void ResetPartyKeyInfo(PartyKeyInfo& record);
 int32_t CreatePubkey();                  // 0 or -1
 int32_t ComputerExchangeKey();           // 0 or -1; fills g_EnrolleeKeys.SharedSecret
 constexpr char KDF_LABEL[] = "Wi-Fi Easy and Secure Key Derivation";  // 36 characters
+// The session handle as printed by the "%x" trace lines around ZEV calls: its low 32 bits.
+uint32_t session_handle_trace();
 
 // ---- HMAC-SM3 and the key schedule ---------------------------------------------------------
 constexpr size_t kHmacScratchLen = 8192;  // holds the largest previous + current message pair
@@ -40,6 +42,16 @@ bool GenerateSessionKeys(PartyKeyInfo& own, const PartyKeyInfo& peer, const uint
 // yields a zeroed out.
 void ComputeAuthenticator(const uint8_t* key, const uint8_t* first, int32_t firstLength,
                           const uint8_t* second, int32_t secondLength, uint8_t* out);
+// HMAC-SM3 under key of the pieces concatenated in g_HmacScratch, traced as HmacSHA256. Pieces
+// that together exceed the scratch are refused: out is zeroed.
+void HmacPieces(const uint8_t* key, uint32_t keyLength,
+                std::span<const std::span<const uint8_t>> pieces, uint8_t* out);
+// Checks the Authenticator of a received body: the first 8 bytes of HMAC-SM3 under
+// g_EnrolleeKeys.AuthKey over g_PrevMsgBuf || the first length - 12 body bytes must equal
+// `received`. False as well when length is below 12, beyond the readable bytes or beyond
+// kMsgBufLen (a body that cannot become the previous message is never accepted).
+bool VerifyAuthenticator(std::span<const uint8_t> readable, int32_t length,
+                         const uint8_t* received);
 void ComputeEHashes();
 void ComputeRHash1(uint8_t* out);
 void ComputeRHash2(uint8_t* out);
