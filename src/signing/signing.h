@@ -14,11 +14,14 @@ void CurveSetup();
 int32_t GenPrivateKeyAndPublicKey(uint8_t* privateKey, uint8_t* publicX, uint8_t* publicY);
 
 // ECDSA with SHA-256 (hash reduced mod n) with the key given as little-endian 32-bit limbs.
-// Writes r || s (48 bytes) and returns 48.
+// Writes r || s (48 bytes) and returns 48. A null signature buffer, or a null message with a
+// non-zero length, writes nothing and returns 0.
 int32_t Sign_With_Private_Key(uint8_t* signature, const uint8_t* message, uint32_t messageLength,
                               const uint32_t* keyLimbs, int32_t keyLimbCount);
 
-// Converts a big-endian byte string to little-endian 32-bit limbs; returns the normalised count.
+// Converts a big-endian byte string to little-endian 32-bit limbs; returns the normalised count,
+// or -1 (nothing written) when the significant bytes need more than max_limbs limbs or a pointer
+// is null. Leading zero bytes need no room.
 int32_t bytes_to_limbs(const uint8_t* bytes, size_t len, uint32_t* limbs, size_t max_limbs);
 
 // ---- Secure-chip client ------------------------------------------------------------------

@@ -1,0 +1,287 @@
+// The WAPI 192-bit curve: set-up at attach, field and Jacobian point arithmetic, and the two
+// scalar multipliers.
+#include "signing/curve192.h"
+
+#include "signing/signing.h"
+
+void fixed_base_table_load();  // fixed_base_table.cpp
+
+namespace {
+
+// Domain parameters as 24-byte big-endian strings.
+constexpr uint8_t kP[kCurveBytes] = {0xBD, 0xB6, 0xF4, 0xFE, 0x3E, 0x8B, 0x1D, 0x9E,
+                                     0x0D, 0xA8, 0xC0, 0xD4, 0x6F, 0x4C, 0x31, 0x8C,
+                                     0xEF, 0xE4, 0xAF, 0xE3, 0xB6, 0xB8, 0x55, 0x1F};
+constexpr uint8_t kA[kCurveBytes] = {0xBB, 0x8E, 0x5E, 0x8F, 0xBC, 0x11, 0x5E, 0x13,
+                                     0x9F, 0xE6, 0xA8, 0x14, 0xFE, 0x48, 0xAA, 0xA6,
+                                     0xF0, 0xAD, 0xA1, 0xAA, 0x5D, 0xF9, 0x19, 0x85};
+constexpr uint8_t kB[kCurveBytes] = {0x18, 0x54, 0xBE, 0xBD, 0xC3, 0x1B, 0x21, 0xB7,
+                                     0xAE, 0xFC, 0x80, 0xAB, 0x0E, 0xCD, 0x10, 0xD5,
+                                     0xB1, 0xB3, 0x30, 0x8E, 0x6D, 0xBF, 0x11, 0xC1};
+constexpr uint8_t kGx[kCurveBytes] = {0x4A, 0xD5, 0xF7, 0x04, 0x8D, 0xE7, 0x09, 0xAD,
+                                      0x51, 0x23, 0x6D, 0xE6, 0x5E, 0x4D, 0x4B, 0x48,
+                                      0x2C, 0x83, 0x6D, 0xC6, 0xE4, 0x10, 0x66, 0x40};
+constexpr uint8_t kGy[kCurveBytes] = {0x02, 0xBB, 0x3A, 0x02, 0xD4, 0xAA, 0xAD, 0xAC,
+                                      0xAE, 0x24, 0x81, 0x7A, 0x4C, 0xA3, 0xA1, 0xB0,
+                                      0x14, 0xB5, 0x27, 0x04, 0x32, 0xDB, 0x27, 0xD2};
+constexpr uint8_t kN[kCurveBytes] = {0xBD, 0xB6, 0xF4, 0xFE, 0x3E, 0x8B, 0x1D, 0x9E,
+                                     0x0D, 0xA8, 0xC0, 0xD4, 0x0F, 0xC9, 0x62, 0x19,
+                                     0x5D, 0xFA, 0xE7, 0x6F, 0x56, 0x56, 0x46, 0x77};
+
+// Plain static storage: zero before CurveSetup, constant afterwards.
+CurveParams g_Curve;
+ModMulFn g_ModMulP;
+bool g_CurveReady;
+
+// The one multiplication modulo p this build uses: schoolbook product and long division.
+void mod_mul_p_schoolbook(BigNum& r, const BigNum& a, const BigNum& b) {
+    bn_mod_mul(r, a, b, g_Curve.p);
+}
+
+const CurveParams& ready_params() {
+    if (!g_CurveReady) CurveSetup();
+    return g_Curve;
+}
+
+// Field helpers modulo p on reduced operands.
+void fmul(BigNum& r, const BigNum& a, const BigNum& b) { g_ModMulP(r, a, b); }
+void fsqr(BigNum& r, const BigNum& a) { g_ModMulP(r, a, a); }
+void fadd(BigNum& r, const BigNum& a, const BigNum& b) { bn_mod_add(r, a, b, g_Curve.p); }
+void fsub(BigNum& r, const BigNum& a, const BigNum& b) { bn_mod_sub(r, a, b, g_Curve.p); }
+
+void set_infinity(JacobianPoint& r) {
+    bn_zero(r.X);
+    bn_zero(r.Y);
+    bn_zero(r.Z);
+    r.infinity = 1;
+}
+
+void from_affine(JacobianPoint& r, const AffinePoint& q) {
+    r.X = q.x;
+    r.Y = q.y;
+    bn_set_u32(r.Z, 1);
+    r.infinity = 0;
+}
+
+void affine_infinity(AffinePoint& r) {
+    bn_zero(r.x);
+    bn_zero(r.y);
+    r.infinity = 1;
+}
+
+}  // namespace
+
+void CurveSetup() {
+    bn_from_bytes(g_Curve.p, kP, sizeof kP);
+    bn_from_bytes(g_Curve.a, kA, sizeof kA);
+    bn_from_bytes(g_Curve.b, kB, sizeof kB);
+    bn_from_bytes(g_Curve.gx, kGx, sizeof kGx);
+    bn_from_bytes(g_Curve.gy, kGy, sizeof kGy);
+    bn_from_bytes(g_Curve.n, kN, sizeof kN);
+    g_ModMulP = mod_mul_p_schoolbook;
+    g_CurveReady = true;
+    fixed_base_table_load();
+}
+
+const CurveParams& curve_params() { return ready_params(); }
+
+ModMulFn curve_mod_mul() {
+    ready_params();
+    return g_ModMulP;
+}
+
+// ---- Point arithmetic ------------------------------------------------------------------------
+
+void point_double(JacobianPoint& r, const JacobianPoint& p) {
+    ready_params();
+    if (p.infinity || bn_is_zero(p.Y)) {
+        set_infinity(r);
+        return;
+    }
+    // Doubling for a general a: M = 3X^2 + aZ^4, S = 4XY^2,
+    // X3 = M^2 - 2S, Y3 = M(S - X3) - 8Y^4, Z3 = 2YZ.
+    BigNum xx, yy, yyyy, zz, s, m, t, x3, y3, z3;
+    fsqr(xx, p.X);
+    fsqr(yy, p.Y);
+    fsqr(yyyy, yy);
+    fsqr(zz, p.Z);
+    fmul(s, p.X, yy);
+    fadd(s, s, s);
+    fadd(s, s, s);
+    fsqr(t, zz);
+    fmul(t, t, g_Curve.a);
+    fadd(m, xx, xx);
+    fadd(m, m, xx);
+    fadd(m, m, t);
+    fsqr(x3, m);
+    fsub(x3, x3, s);
+    fsub(x3, x3, s);
+    fsub(t, s, x3);
+    fmul(y3, m, t);
+    fadd(t, yyyy, yyyy);
+    fadd(t, t, t);
+    fadd(t, t, t);
+    fsub(y3, y3, t);
+    fmul(z3, p.Y, p.Z);
+    fadd(z3, z3, z3);
+    r.X = x3;
+    r.Y = y3;
+    r.Z = z3;
+    r.infinity = bn_is_zero(z3) ? 1 : 0;
+}
+
+void point_add_mixed(JacobianPoint& r, const JacobianPoint& p, const AffinePoint& q) {
+    ready_params();
+    if (q.infinity) {
+        r = p;
+        return;
+    }
+    if (p.infinity) {
+        from_affine(r, q);
+        return;
+    }
+    // U2 = x2 Z1^2, S2 = y2 Z1^3, H = U2 - X1, R = S2 - Y1;
+    // X3 = R^2 - H^3 - 2 X1 H^2, Y3 = R (X1 H^2 - X3) - Y1 H^3, Z3 = Z1 H.
+    BigNum z1z1, u2, s2, h, rr, hh, hhh, v, x3, y3, z3, t;
+    fsqr(z1z1, p.Z);
+    fmul(u2, q.x, z1z1);
+    fmul(s2, q.y, p.Z);
+    fmul(s2, s2, z1z1);
+    fsub(h, u2, p.X);
+    fsub(rr, s2, p.Y);
+    if (bn_is_zero(h)) {
+        if (bn_is_zero(rr)) {
+            point_double(r, p);  // same point
+        } else {
+            set_infinity(r);     // P + (-P)
+        }
+        return;
+    }
+    fsqr(hh, h);
+    fmul(hhh, h, hh);
+    fmul(v, p.X, hh);
+    fsqr(x3, rr);
+    fsub(x3, x3, hhh);
+    fsub(x3, x3, v);
+    fsub(x3, x3, v);
+    fsub(t, v, x3);
+    fmul(y3, rr, t);
+    fmul(t, p.Y, hhh);
+    fsub(y3, y3, t);
+    fmul(z3, p.Z, h);
+    r.X = x3;
+    r.Y = y3;
+    r.Z = z3;
+    r.infinity = 0;
+}
+
+void point_to_affine(AffinePoint& r, const JacobianPoint& p) {
+    ready_params();
+    if (p.infinity || bn_is_zero(p.Z)) {
+        affine_infinity(r);
+        return;
+    }
+    BigNum zinv, z2, z3, x, y;
+    bn_mod_inverse(zinv, p.Z, g_Curve.p);
+    fsqr(z2, zinv);
+    fmul(x, p.X, z2);
+    fmul(z3, z2, zinv);
+    fmul(y, p.Y, z3);
+    r.x = x;
+    r.y = y;
+    r.infinity = 0;
+}
+
+// ---- Fixed-base comb -------------------------------------------------------------------------
+
+namespace {
+// Index built from bit `bit` of each of the six limbs of k, limb l giving bit l of the index.
+size_t comb_index(const BigNum& k, int32_t bit) {
+    size_t index = 0;
+    for (int32_t l = 0; l < kCurveLimbs; ++l) {
+        const uint32_t limb = l < k.count ? k.limb[l] : 0u;
+        index |= static_cast<size_t>((limb >> bit) & 1u) << l;
+    }
+    return index;
+}
+}  // namespace
+
+void fixed_base_mul(AffinePoint& r, const BigNum& k) {
+    ready_params();
+    BigNum kk = k;
+    bn_normalise(kk);
+    if (bn_is_zero(kk)) {
+        affine_infinity(r);
+        return;
+    }
+    // Entry A adds 2^(32l) G for the bits (15 - j) of every limb, entry 64 + B adds 2^(32l + 16) G
+    // for the bits (31 - j); the 15 - j doublings that follow move each to its weight.
+    JacobianPoint q;
+    set_infinity(q);
+    for (int32_t j = 0; j < 16; ++j) {
+        point_double(q, q);
+        const size_t a = comb_index(kk, 15 - j);
+        const size_t b = comb_index(kk, 31 - j);
+        if (a != 0) point_add_mixed(q, q, *fixed_base_point(a));
+        if (b != 0) point_add_mixed(q, q, *fixed_base_point(64 + b));
+    }
+    point_to_affine(r, q);
+}
+
+// ---- NAF variable-base -----------------------------------------------------------------------
+
+namespace {
+// Recoding tables indexed by carry * 4 + bit + 2 * next bit.
+constexpr uint32_t kNafNextCarry[8] = {0, 0, 0, 1, 0, 1, 1, 1};
+constexpr int32_t kNafDigit[8] = {0, +1, 0, -1, +1, 0, -1, 0};
+constexpr uint32_t kNafPlus = 1u;   // 01
+constexpr uint32_t kNafMinus = 3u;  // 11
+}  // namespace
+
+int32_t naf_recode(const BigNum& k, uint32_t* words) {
+    BigNum kk = k;
+    bn_normalise(kk);
+    int32_t limbs = kk.count > kCurveLimbs ? kCurveLimbs : kk.count;
+    const int32_t word_count = 2 * limbs + 1;
+    for (int32_t w = 0; w < word_count; ++w) words[w] = 0;
+    uint32_t carry = 0;
+    const int32_t bits = 32 * limbs;
+    for (int32_t i = 0; i < bits; ++i) {
+        const uint32_t index = carry * 4 + bn_bit(kk, i) + 2 * (i + 1 < bits ? bn_bit(kk, i + 1) : 0);
+        const int32_t digit = kNafDigit[index];
+        carry = kNafNextCarry[index];
+        if (digit != 0) words[i / 16] |= (digit > 0 ? kNafPlus : kNafMinus) << (2 * (i % 16));
+    }
+    // The last carry is one more +1 digit at position 32 * limbs.
+    if (carry != 0) words[bits / 16] |= kNafPlus;
+    int32_t n = word_count;
+    while (n > 0 && words[n - 1] == 0) --n;
+    return n;
+}
+
+void variable_base_mul(AffinePoint& r, const BigNum& k, const AffinePoint& p) {
+    ready_params();
+    uint32_t words[kNafWords];
+    const int32_t n = naf_recode(k, words);
+    if (n == 0 || p.infinity) {
+        affine_infinity(r);
+        return;
+    }
+    AffinePoint neg = p;
+    bn_mod_sub(neg.y, g_Curve.p, p.y, g_Curve.p);
+    if (bn_is_zero(p.y)) bn_zero(neg.y);
+    JacobianPoint q;
+    set_infinity(q);
+    // Skip the leading zero digits of the top word, then double and add per digit.
+    int32_t top = 15;
+    while (top > 0 && ((words[n - 1] >> (2 * top)) & 3u) == 0) --top;
+    for (int32_t w = n - 1; w >= 0; --w) {
+        for (int32_t d = (w == n - 1 ? top : 15); d >= 0; --d) {
+            point_double(q, q);
+            const uint32_t digit = (words[w] >> (2 * d)) & 3u;
+            if (digit == kNafPlus) point_add_mixed(q, q, p);
+            if (digit == kNafMinus) point_add_mixed(q, q, neg);
+        }
+    }
+    point_to_affine(r, q);
+}
