@@ -20,7 +20,7 @@ int os_rand();
 
 #if !defined(_WIN32)
 // Packs a kernel release "major.minor.patch[-anything]" like GetVersion():
-// major | minor << 8 | patch << 16, major and minor cut to 8 bits and patch to 16 bits; missing
+// major | minor << 8 | patch << 16, major and minor saturated at 255 and patch at 65535; missing
 // parts count as 0 ("6.1" gives 0x0106).
 uint32_t pack_release_version(const char* release);
 #endif

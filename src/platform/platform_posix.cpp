@@ -29,11 +29,13 @@ int os_rand() { return std::rand(); }
 
 namespace {
 
-// Reads the leading decimal number of text and steps past it and one following '.'.
-uint32_t take_version_part(const char*& text) {
+// Reads the leading decimal number of text, saturated at limit, and steps past it and one
+// following '.'.
+uint32_t take_version_part(const char*& text, uint32_t limit) {
     uint32_t value = 0;
     while (*text >= '0' && *text <= '9') {
-        if (value < 0x10000) value = value * 10 + static_cast<uint32_t>(*text - '0');
+        value = value * 10 + static_cast<uint32_t>(*text - '0');
+        if (value > limit) value = limit;
         ++text;
     }
     if (*text == '.') ++text;
@@ -44,10 +46,10 @@ uint32_t take_version_part(const char*& text) {
 
 uint32_t pack_release_version(const char* release) {
     if (release == nullptr) return 0;
-    uint32_t major = take_version_part(release);
-    uint32_t minor = take_version_part(release);
-    uint32_t patch = take_version_part(release);
-    return (major & 0xFF) | ((minor & 0xFF) << 8) | ((patch & 0xFFFF) << 16);
+    uint32_t major = take_version_part(release, 0xFF);
+    uint32_t minor = take_version_part(release, 0xFF);
+    uint32_t patch = take_version_part(release, 0xFFFF);
+    return major | (minor << 8) | (patch << 16);
 }
 
 }  // namespace platform::detail
