@@ -12,7 +12,9 @@ namespace {
 // Stands in for a null pointer of length 0: libgcrypt wants a real address.
 constexpr uint8_t kEmpty[1] = {0};
 
-bool readable(const uint8_t* p, uint32_t len) { return p != nullptr || len == 0; }
+bool readable(const uint8_t* p, uint32_t len) {
+    return p != nullptr || len == 0;
+}
 
 }  // namespace
 

@@ -13,17 +13,17 @@
 
 namespace zev {
 
-constexpr size_t kCoordLen = 32;        // every integer of the parameter block and the records
-constexpr size_t kParamCount = 6;       // p, a, b, Gx, Gy, n
-constexpr uint32_t kRecordBits = 256;   // bits written into the records we fill
-constexpr size_t kDigestLen = 32;       // SM3 and HMAC-SM3 output
+constexpr size_t kCoordLen = 32;       // every integer of the parameter block and the records
+constexpr size_t kParamCount = 6;      // p, a, b, Gx, Gy, n
+constexpr uint32_t kRecordBits = 256;  // bits written into the records we fill
+constexpr size_t kDigestLen = 32;      // SM3 and HMAC-SM3 output
 
 // One opened session: the curve of its parameter block, checked once at opening. Sessions are
 // never closed; the enrollee opens one per process.
 struct Session {
     bool in_use;
     uint8_t params[sizeof(ZEV_SessionParams)];  // the block as given (a, b, Gx, Gy enter Z)
-    gcry_sexp_t curve;                           // (ecc (p)(a)(b)(g.x)(g.y)(n)(h 1))
+    gcry_sexp_t curve;                          // (ecc (p)(a)(b)(g.x)(g.y)(n)(h 1))
     gcry_mpi_t p;
     gcry_mpi_t n;
 };
@@ -46,7 +46,7 @@ bool ensure_gcrypt();
 // ---- MPI helpers ---------------------------------------------------------------------------
 // Owns one gcry_mpi_t (released, and so wiped if secure, at scope end).
 class Mpi {
-public:
+  public:
     Mpi() = default;
     explicit Mpi(gcry_mpi_t m) : m_(m) {}
     ~Mpi() { gcry_mpi_release(m_); }
@@ -59,13 +59,13 @@ public:
     }
     explicit operator bool() const { return m_ != nullptr; }
 
-private:
+  private:
     gcry_mpi_t m_ = nullptr;
 };
 
 // Owns one gcry_mpi_point_t.
 class Point {
-public:
+  public:
     Point() : p_(gcry_mpi_point_new(0)) {}
     explicit Point(gcry_mpi_point_t p) : p_(p) {}
     ~Point() { gcry_mpi_point_release(p_); }
@@ -73,13 +73,13 @@ public:
     Point& operator=(const Point&) = delete;
     gcry_mpi_point_t get() const { return p_; }
 
-private:
+  private:
     gcry_mpi_point_t p_;
 };
 
 // Owns one EC context.
 class EcContext {
-public:
+  public:
     EcContext() = default;
     ~EcContext() { gcry_ctx_release(ctx_); }
     EcContext(const EcContext&) = delete;
@@ -87,7 +87,7 @@ public:
     gcry_ctx_t get() const { return ctx_; }
     gcry_ctx_t* out() { return &ctx_; }
 
-private:
+  private:
     gcry_ctx_t ctx_ = nullptr;
 };
 

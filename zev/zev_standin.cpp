@@ -76,7 +76,9 @@ bool read_curve(const uint8_t* block, CurveMpis& c) {
     return c.p && c.a && c.b && c.gx && c.gy && c.n;
 }
 
-bool is_prime(gcry_mpi_t m) { return gcry_prime_check(m, 0) == 0; }
+bool is_prime(gcry_mpi_t m) {
+    return gcry_prime_check(m, 0) == 0;
+}
 
 // p an odd prime above 3; a, b reduced; 4a^3 + 27b^2 != 0 (mod p).
 bool field_and_coefficients_ok(const CurveMpis& c) {
@@ -132,10 +134,9 @@ bool build_session(const uint8_t* block, Session& s) {
     std::memcpy(s.params, block, sizeof s.params);
     s.p = gcry_mpi_copy(c.p.get());
     s.n = gcry_mpi_copy(c.n.get());
-    gcry_error_t err = gcry_sexp_build(&s.curve, nullptr,
-                                       "(ecc (p %m)(a %m)(b %m)(g.x %m)(g.y %m)(n %m)(h %u))",
-                                       c.p.get(), c.a.get(), c.b.get(), c.gx.get(), c.gy.get(),
-                                       c.n.get(), 1u);
+    gcry_error_t err =
+        gcry_sexp_build(&s.curve, nullptr, "(ecc (p %m)(a %m)(b %m)(g.x %m)(g.y %m)(n %m)(h %u))",
+                        c.p.get(), c.a.get(), c.b.get(), c.gx.get(), c.gy.get(), c.n.get(), 1u);
     if (err != 0 || s.p == nullptr || s.n == nullptr || !base_point_ok(s, block)) {
         release_session(s);
         return false;
