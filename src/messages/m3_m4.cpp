@@ -1,4 +1,142 @@
-// M3 builder and M4 parser (placeholder).
+// M3: the enrollee's commitment to both password halves (E-Hash1, E-Hash2). M4: the registrar's
+// commitments and its first secret nonce, which proves it knows the first half.
+#include <cstring>
+
+#include "common/bytes.h"
+#include "crypto/crypto.h"
 #include "messages/messages.h"
-bool BuildMessageM3(uint8_t*, uint32_t* outLength) { *outLength = 0; return true; }
-int32_t UnpackMessageM4(std::span<const uint8_t>, int32_t) { return -43; }
+#include "messages/tlv_checks.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr size_t kTlvHeaderLen = 4;
+constexpr size_t kHashLen = 32;
+constexpr size_t kMacLen = 32;
+constexpr size_t kAuthenticatorLen = 8;
+constexpr size_t kWorkLen = 2048;
+
+constexpr size_t kM3Len = 6 * kTlvHeaderLen + 1 + 1 + kNonceLen + 2 * kHashLen + kAuthenticatorLen;
+static_assert(kM3Len <= kMaxBodyLen, "M3 must fit the output frame");
+
+// Decrypted settings of M4 and M6, read by position: a 4-byte header (not examined), the secret
+// nonce, a 4-byte header (not examined) and the Key Wrap Authenticator over the first 20 bytes.
+constexpr size_t kSettingsNonceOffset = 4;
+constexpr size_t kSettingsKwaCovered = 20;
+constexpr size_t kSettingsKwaOffset = 24;
+constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
+
+constexpr int32_t kErrM4Authenticator = -43;
+constexpr int32_t kErrM4AuthCheck = -44;
+constexpr int32_t kErrM4Version = -45;
+constexpr int32_t kErrM4MsgType = -46;
+constexpr int32_t kErrM4EnrolleeNonce = -47;  // missing and mismatching alike
+constexpr int32_t kErrM4RHash1 = -48;
+constexpr int32_t kErrM4RHash2 = -49;
+constexpr int32_t kErrM4EncrSettings = -50;
+constexpr int32_t kErrM4KeyWrapAuth = -51;
+constexpr int32_t kErrM4RHash1Check = -52;
+
+constexpr uint8_t kM4MsgType[1] = {WPS_MSG_TYPE_M4};
+
+void trace_m4_failure(int32_t code, const char* own_line) {
+    if (own_line != nullptr)
+        trace("%s", own_line);
+    else
+        trace("Unpack M4 error, error code is %d.\r\n", static_cast<int>(code));
+}
+
+StepResult store_authenticator(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), kAuthenticatorLen);
+    return kStepPassed;
+}
+StepResult check_authenticator(ParseState& s) {
+    // The Authenticator must be the last attribute: its position is not searched.
+    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
+        return {kErrM4AuthCheck, nullptr};
+    return kStepPassed;
+}
+StepResult store_r_hash1(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.Hash1, s.value.data(), kHashLen);
+    return kStepPassed;
+}
+StepResult store_r_hash2(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.Hash2, s.value.data(), kHashLen);
+    return kStepPassed;
+}
+StepResult open_settings(ParseState& s) {
+    // The padding is left in place: M4 does not examine it.
+    s.decrypted_len = 0;
+    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
+    trace("DecryptMessage success  outlen = %d.\r\n", static_cast<int>(s.decrypted_len));
+    return kStepPassed;
+}
+StepResult check_key_wrap_auth(ParseState& s) {
+    // Settings too short to hold the nonce and the Key Wrap Authenticator fail this step.
+    if (s.decrypted_len < kSettingsMinLen) return {kErrM4KeyWrapAuth, nullptr};
+    uint8_t mac[kMacLen] = {};
+    HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
+                  kSettingsKwaCovered, mac);
+    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
+        return {kErrM4KeyWrapAuth, nullptr};
+    return kStepPassed;
+}
+StepResult check_r_hash1(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.SecretNonce1, s.value.data() + kSettingsNonceOffset, kNonceLen);
+    // Recomputed into the E-Hash1 field on purpose: E-Hash1 is not needed after M3.
+    ComputeRHash1(g_EnrolleeKeys.Hash1);
+    if (!equal_ct(g_EnrolleeKeys.Hash1, g_RegistrarKeys.Hash1, kHashLen))
+        return {kErrM4RHash1Check, nullptr};
+    return kStepPassed;
+}
+
+// M4 checks, in the order they run; the first failure is the result.
+constexpr TlvStep kM4Steps[] = {
+    // attribute            rule              width  equals                code                 then
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM4Authenticator, store_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4AuthCheck,     check_authenticator},
+    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM4Version,       nullptr},
+    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM4MsgType,           kErrM4MsgType,       nullptr},
+    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM4EnrolleeNonce, nullptr},
+    {ATTR_R_HASH1,          TlvRule::kExact,  32,    nullptr,              kErrM4RHash1,        store_r_hash1},
+    {ATTR_R_HASH2,          TlvRule::kExact,  32,    nullptr,              kErrM4RHash2,        store_r_hash2},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM4EncrSettings,  open_settings},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4KeyWrapAuth,   check_key_wrap_auth},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4RHash1Check,   check_r_hash1},
+};
+
+}  // namespace
+
+bool BuildMessageM3(uint8_t* out, uint32_t* outLength) {
+    trace("Build M3.\r\n");
+    uint8_t* cursor = out;
+    const uint8_t version = WPS_VERSION;
+    const uint8_t msg_type = WPS_MSG_TYPE_M3;
+    AddTlv(&cursor, ATTR_VERSION, &version, 1);
+    AddTlv(&cursor, ATTR_MSG_TYPE, &msg_type, 1);
+    AddTlv(&cursor, ATTR_REGISTRAR_NONCE, g_RegistrarKeys.Nonce, kNonceLen);
+    ComputeEHashes();
+    AddTlv(&cursor, ATTR_E_HASH1, g_EnrolleeKeys.Hash1, kHashLen);
+    AddTlv(&cursor, ATTR_E_HASH2, g_EnrolleeKeys.Hash2, kHashLen);
+
+    uint8_t mac[kMacLen] = {};
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, g_PrevMsgBuf, g_PrevMsgLen, out,
+                         static_cast<int32_t>(cursor - out), mac);
+    std::memcpy(g_EnrolleeKeys.Authenticator, mac, kAuthenticatorLen);
+    AddTlv(&cursor, ATTR_AUTHENTICATOR, g_EnrolleeKeys.Authenticator, kAuthenticatorLen);
+
+    *outLength = static_cast<uint32_t>(cursor - out);
+    keep_sent_message(out, *outLength);
+    trace("Build M3 success.\r\n");
+    return true;
+}
+
+int32_t UnpackMessageM4(std::span<const uint8_t> readable, int32_t length) {
+    uint8_t work[kWorkLen] = {};
+    ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
+    const int32_t code = run_tlv_steps(kM4Steps, state, trace_m4_failure);
+    secure_wipe(work, sizeof(work));
+    if (code != 0) return code;
+    keep_as_previous_message(readable, length);
+    return 0;
+}

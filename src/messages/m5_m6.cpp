@@ -1,4 +1,168 @@
-// M5 builder and M6 parser (placeholder).
+// M5: the enrollee reveals its first secret nonce, sealed. M6: the registrar's second secret
+// nonce, which proves it knows the second half of the password.
+#include <cstring>
+
+#include "common/bytes.h"
+#include "crypto/crypto.h"
 #include "messages/messages.h"
-bool BuildMessageM5(uint8_t*, uint32_t* outLength) { *outLength = 0; return true; }
-int32_t UnpackMessageM6(std::span<const uint8_t>, int32_t) { return -53; }
+#include "messages/tlv_checks.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr size_t kTlvHeaderLen = 4;
+constexpr size_t kHashLen = 32;
+constexpr size_t kMacLen = 32;
+constexpr size_t kIvLen = 16;
+constexpr size_t kAuthenticatorLen = 8;
+constexpr size_t kWorkLen = 2048;
+constexpr size_t kPlainBufLen = 128;
+constexpr size_t kSealedBufLen = 1024;
+
+// M5 settings: E-SNonce1 (20) and the Key Wrap Authenticator (12) are 32 bytes, a whole number of
+// blocks, so the padding is always one full block of 0x10.
+constexpr size_t kM5SettingsContentLen = kTlvHeaderLen + kNonceLen + kTlvHeaderLen + kAuthenticatorLen;
+constexpr size_t kM5PadLen = 16 - (kM5SettingsContentLen % 16);
+constexpr size_t kM5SettingsLen = kM5SettingsContentLen + kM5PadLen;
+constexpr size_t kKwaCoveredLen = kTlvHeaderLen + kNonceLen;
+static_assert(kM5SettingsLen == 48 && kM5PadLen == 16, "M5 settings are 48 bytes");
+
+constexpr size_t kM5Len = 5 * kTlvHeaderLen + 1 + 1 + kNonceLen + kIvLen + kM5SettingsLen +
+                          kAuthenticatorLen;
+static_assert(kM5Len <= kMaxBodyLen, "M5 must fit the output frame");
+
+// Decrypted settings of M6, read by position as in M4.
+constexpr size_t kSettingsNonceOffset = 4;
+constexpr size_t kSettingsKwaCovered = 20;
+constexpr size_t kSettingsKwaOffset = 24;
+constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
+
+constexpr int32_t kErrM6Authenticator = -53;
+constexpr int32_t kErrM6AuthCheck = -54;
+constexpr int32_t kErrM6Version = -55;
+constexpr int32_t kErrM6MsgType = -56;
+constexpr int32_t kErrM6EnrolleeNonce = -57;
+constexpr int32_t kErrM6EncrSettings = -58;
+constexpr int32_t kErrM6Settings = -59;  // padding value, padding bytes and KWA share it
+constexpr int32_t kErrM6RHash2Check = -60;
+
+constexpr uint8_t kM6MsgType[1] = {WPS_MSG_TYPE_M6};
+
+void trace_m6_failure(int32_t code, const char* own_line) {
+    if (own_line != nullptr)
+        trace("%s", own_line);
+    else
+        trace("Unpack M6 error, error code is %d.\r\n", static_cast<int>(code));
+}
+
+StepResult store_authenticator(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), kAuthenticatorLen);
+    return kStepPassed;
+}
+StepResult check_authenticator(ParseState& s) {
+    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
+        return {kErrM6AuthCheck, nullptr};
+    return kStepPassed;
+}
+StepResult open_settings(ParseState& s) {
+    s.decrypted_len = 0;
+    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
+    return kStepPassed;
+}
+StepResult check_pad_value(ParseState& s) {
+    // Settings that opened to nothing have no padding byte to read; they fail here.
+    const size_t n = s.decrypted_len;
+    if (n == 0 || s.value[n - 1] > n) return {kErrM6Settings, "pad value is error.\r\n"};
+    return kStepPassed;
+}
+StepResult check_pad_bytes(ParseState& s) {
+    const size_t n = s.decrypted_len;
+    const uint8_t pad = s.value[n - 1];
+    for (size_t i = n - pad; i < n; ++i)
+        if (s.value[i] != pad) return {kErrM6Settings, "pad string is error.\r\n"};
+    return kStepPassed;
+}
+StepResult check_key_wrap_auth(ParseState& s) {
+    // A padding value of 0 removes nothing. Settings too short for the nonce and the Key Wrap
+    // Authenticator once the padding is gone fail this step.
+    s.decrypted_len = static_cast<uint16_t>(s.decrypted_len - s.value[s.decrypted_len - 1]);
+    if (s.decrypted_len < kSettingsMinLen) return {kErrM6Settings, nullptr};
+    uint8_t mac[kMacLen] = {};
+    HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
+                  kSettingsKwaCovered, mac);
+    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
+        return {kErrM6Settings, nullptr};
+    return kStepPassed;
+}
+StepResult check_r_hash2(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.SecretNonce2, s.value.data() + kSettingsNonceOffset, kNonceLen);
+    // Recomputed into the E-Hash2 field on purpose: E-Hash2 is not needed after M3.
+    ComputeRHash2(g_EnrolleeKeys.Hash2);
+    if (!equal_ct(g_EnrolleeKeys.Hash2, g_RegistrarKeys.Hash2, kHashLen))
+        return {kErrM6RHash2Check, nullptr};
+    return kStepPassed;
+}
+
+// M6 checks, in the order they run; the first failure is the result.
+constexpr TlvStep kM6Steps[] = {
+    // attribute            rule              width  equals                code                 then
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM6Authenticator, store_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6AuthCheck,     check_authenticator},
+    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM6Version,       nullptr},
+    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM6MsgType,           kErrM6MsgType,       nullptr},
+    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM6EnrolleeNonce, nullptr},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM6EncrSettings,  open_settings},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_value},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_bytes},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_key_wrap_auth},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6RHash2Check,   check_r_hash2},
+};
+
+}  // namespace
+
+bool BuildMessageM5(uint8_t* out, uint32_t* outLength) {
+    trace("Build M5.\r\n");
+    uint8_t* cursor = out;
+    const uint8_t version = WPS_VERSION;
+    const uint8_t msg_type = WPS_MSG_TYPE_M5;
+    AddTlv(&cursor, ATTR_VERSION, &version, 1);
+    AddTlv(&cursor, ATTR_MSG_TYPE, &msg_type, 1);
+    AddTlv(&cursor, ATTR_REGISTRAR_NONCE, g_RegistrarKeys.Nonce, kNonceLen);
+
+    // Settings plaintext: E-SNonce1, its Key Wrap Authenticator, one block of padding.
+    uint8_t plain[kPlainBufLen] = {};
+    uint8_t* p = plain;
+    AddTlv(&p, ATTR_E_SNONCE1, g_EnrolleeKeys.SecretNonce1, kNonceLen);
+    uint8_t mac[kMacLen] = {};
+    HmacSHA256(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), plain, kKwaCoveredLen, mac);
+    AddTlv(&p, ATTR_KEY_WRAP_AUTH, mac, kAuthenticatorLen);
+    std::memset(p, static_cast<int>(kM5PadLen), kM5PadLen);
+
+    // In the Wi-Fi flavour nothing is sealed and the attribute goes out empty.
+    uint8_t sealed[kSealedBufLen] = {};
+    uint16_t sealed_len = 0;
+    EncryptMessage(plain, static_cast<uint16_t>(kM5SettingsLen), sealed, &sealed_len);
+    secure_wipe(plain, sizeof(plain));
+    AddTlv(&cursor, ATTR_ENCR_SETTINGS, sealed, sealed_len);
+    trace("M5   Encrypted length = %d.\r\n", static_cast<int>(sealed_len));
+
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, g_PrevMsgBuf, g_PrevMsgLen, out,
+                         static_cast<int32_t>(cursor - out), mac);
+    std::memcpy(g_EnrolleeKeys.Authenticator, mac, kAuthenticatorLen);
+    AddTlv(&cursor, ATTR_AUTHENTICATOR, g_EnrolleeKeys.Authenticator, kAuthenticatorLen);
+
+    *outLength = static_cast<uint32_t>(cursor - out);
+    keep_sent_message(out, *outLength);
+    trace("Build M5 success.\r\n");
+    return true;
+}
+
+int32_t UnpackMessageM6(std::span<const uint8_t> readable, int32_t length) {
+    uint8_t work[kWorkLen] = {};
+    ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
+    const int32_t code = run_tlv_steps(kM6Steps, state, trace_m6_failure);
+    secure_wipe(work, sizeof(work));
+    if (code != 0) return code;
+    keep_as_previous_message(readable, length);
+    return 0;
+}

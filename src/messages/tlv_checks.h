@@ -1,0 +1,90 @@
+// Table-driven parser steps shared by the M2, M4 and M6 parsers: each parser lists its checks as a
+// const table in protocol order and runs it here; the first failing step is the result.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <span>
+
+#include "api/context.h"
+#include "messages/messages.h"
+
+enum class TlvRule : uint8_t {
+    kStep,    // not an attribute check: only `then` runs
+    kExact,   // present with exactly `width` bytes (and equal to `equals` when given)
+    kAtMost,  // present with at most `width` bytes
+    kAny,     // present, any length that fits the value buffer
+};
+
+// What a parser's steps share: the received body and the value of the last attribute read.
+struct ParseState {
+    std::span<const uint8_t> readable;  // the bytes that really exist from the body's start
+    int32_t length;                     // the stated body length
+    std::span<uint8_t> value;           // the parser's value (work) buffer
+    uint16_t value_len;
+    uint16_t decrypted_len;
+};
+
+// A step's own verdict: 0 to go on, or a code; `line` replaces the parser's usual failure line.
+struct StepResult {
+    int32_t code;
+    const char* line;
+};
+constexpr StepResult kStepPassed{0, nullptr};
+
+struct TlvStep {
+    uint16_t type;
+    TlvRule rule;
+    uint16_t width;
+    const uint8_t* equals;  // kExact only: the value must equal these `width` bytes
+    int32_t code;
+    StepResult (*then)(ParseState& state);  // runs after the attribute check passed, or alone
+};
+
+// Runs the steps in order. A failure is traced by trace_failure (with the step's own line when it
+// supplied one) and its code returned.
+inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state,
+                             void (*trace_failure)(int32_t code, const char* own_line)) {
+    for (const TlvStep& step : steps) {
+        if (step.rule != TlvRule::kStep) {
+            state.value_len = 0;
+            const bool found = GetTlvFromType(step.type, state.readable, state.length, state.value,
+                                              &state.value_len) != 0;
+            bool ok = found;
+            if (ok && step.rule == TlvRule::kExact) ok = state.value_len == step.width;
+            if (ok && step.rule == TlvRule::kAtMost) ok = state.value_len <= step.width;
+            if (ok && step.equals != nullptr)
+                ok = std::memcmp(state.value.data(), step.equals, step.width) == 0;
+            if (!ok) {
+                trace_failure(step.code, nullptr);
+                return step.code;
+            }
+        }
+        if (step.then != nullptr) {
+            const StepResult result = step.then(state);
+            if (result.code != 0) {
+                trace_failure(result.code, result.line);
+                return result.code;
+            }
+        }
+    }
+    return 0;
+}
+
+// Keeps an accepted body as the previous message for the next Authenticator. Parsers call it
+// only after the Authenticator check, which guarantees length <= readable and <= kMsgBufLen.
+inline void keep_as_previous_message(std::span<const uint8_t> readable, int32_t length) {
+    std::memset(g_PrevMsgBuf, 0, sizeof(g_PrevMsgBuf));
+    const size_t n = length > 0 ? static_cast<size_t>(length) : 0;
+    if (n <= readable.size() && n <= sizeof(g_PrevMsgBuf) && n != 0)
+        std::memcpy(g_PrevMsgBuf, readable.data(), n);
+    g_PrevMsgLen = static_cast<uint16_t>(n);
+}
+
+// Keeps a body just built as the previous message (its length modulo 65536, as the wire keeps it).
+inline void keep_sent_message(const uint8_t* body, uint32_t length) {
+    std::memset(g_PrevMsgBuf, 0, sizeof(g_PrevMsgBuf));
+    const size_t n = length < sizeof(g_PrevMsgBuf) ? length : sizeof(g_PrevMsgBuf);
+    if (n != 0) std::memcpy(g_PrevMsgBuf, body, n);
+    g_PrevMsgLen = static_cast<uint16_t>(length);
+}
