@@ -1,0 +1,237 @@
+// Frame layer: header writers, the checkers with every code in order, the packers and wrappers.
+#include "engine_fixture.h"
+
+namespace {
+
+using enginetest::Bytes;
+using enginetest::Header;
+using enginetest::hex;
+using enginetest::message_frame;
+
+class FramesTest : public enginetest::EngineTest {};
+
+TEST_F(FramesTest, EapolStartIsFourBytes) {
+    uint8_t buf[8] = {};
+    uint32_t len = 0;
+    EXPECT_EQ(0, PackEapolStart(buf, &len));
+    EXPECT_EQ(Bytes(buf, buf + len), hex("02010000"));
+}
+
+TEST_F(FramesTest, ResponseIdentityInBothFlavours) {
+    g_EapIdentifier = 7;
+    uint8_t buf[64] = {};
+    uint32_t len = 0;
+    g_WPS_mode = WAPI_WPS_CERT;
+    EXPECT_EQ(0, PackResponseIdentity(buf, &len));
+    Bytes wapi = hex("02000024 0207002401");  // EAPOL body 36; EAP Response, id 7, length 36, Identity
+    const std::string wapi_id = "BWIPS-SimpleConfig-Enrollee-1-0";
+    wapi.insert(wapi.end(), wapi_id.begin(), wapi_id.end());
+    EXPECT_EQ(Bytes(buf, buf + len), wapi);
+    ASSERT_EQ(len, 40u);
+
+    g_WPS_mode = WIFI_WPS;
+    EXPECT_EQ(0, PackResponseIdentity(buf, &len));
+    Bytes wifi = hex("02000022 0207002201");
+    const std::string wifi_id = "WFA-SimpleConfig-Enrollee-1-0";
+    wifi.insert(wifi.end(), wifi_id.begin(), wifi_id.end());
+    EXPECT_EQ(Bytes(buf, buf + len), wifi);
+}
+
+TEST_F(FramesTest, AckFrameHasHeadersAroundTheBody) {
+    g_WPS_mode = WAPI_WPS_PSK;
+    g_EapIdentifier = 0x33;
+    Bytes buf(128, 0);
+    uint32_t len = 0;
+    EXPECT_EQ(0, PackAck(buf.data(), &len));
+    ASSERT_EQ(len, 68u);
+    // EAPOL v2, EAP packet, body 64 | Response, id 0x33, length 64, type 242 | WAPI vendor,
+    // vendor type 1, op-code ACK, flags 0 | body: Version, Message Type ACK ...
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 28),
+              hex("02000040 02330040F2 0081DB 00000001 02 00 104A000110 102200010D"));
+    g_WPS_mode = WIFI_WPS;
+    EXPECT_EQ(0, PackDone(buf.data(), &len));
+    EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 28),
+              hex("02000040 02330040FE 00372A 00000001 05 00 104A000110 102200010F"));
+}
+
+TEST_F(FramesTest, NackFrameMovesToNackState) {
+    g_WPS_mode = WAPI_WPS_PSK;
+    g_State_Machine = WAIT_M4;
+    Bytes buf(128, 0);
+    uint32_t len = 0;
+    EXPECT_EQ(0, PackNack(buf.data(), &len, 18));
+    ASSERT_EQ(len, 74u);
+    EXPECT_EQ(buf[OFF_OPCODE], WSC_OP_NACK);
+    EXPECT_EQ(Bytes(buf.begin() + 68, buf.begin() + 74), hex("100900021200"));
+    EXPECT_EQ(g_State_Machine, SEND_NACK_WAIT_FAILURE);
+}
+
+// ---- UnpackHeader: -101 .. -108 in order -------------------------------------------------------
+
+struct HeaderCase {
+    const char* name;
+    uint32_t mode;
+    void (*spoil)(Header&);
+    int32_t code;
+};
+
+class UnpackHeaderCodes : public FramesTest, public ::testing::WithParamInterface<HeaderCase> {};
+
+TEST_P(UnpackHeaderCodes, FirstFailingCheckIsReported) {
+    const HeaderCase& c = GetParam();
+    g_WPS_mode = c.mode;
+    Header h = c.mode == WIFI_WPS ? enginetest::wifi_header() : Header{};
+    c.spoil(h);
+    const Bytes frame = message_frame(h, enginetest::routed_body(WPS_MSG_TYPE_M2, 4));
+    const uint8_t* p = frame.data();
+    EXPECT_EQ(c.code, UnpackHeader(&p, uint32_t(frame.size())));
+    EXPECT_EQ(p, c.code == 0 ? frame.data() + 18 : frame.data());
+    if (c.code != 0) {
+        EXPECT_TRUE(log.has("Unpack header error, error code is " + std::to_string(c.code) + ".\r\n"));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, UnpackHeaderCodes,
+    ::testing::Values(
+        HeaderCase{"wapi_ok", WAPI_WPS_CERT, [](Header&) {}, 0},
+        HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
+        // The flags are not examined.
+        HeaderCase{"flags_ignored", WAPI_WPS_CERT, [](Header& h) { h.flags = 3; }, 0},
+        HeaderCase{"eapol_type", WAPI_WPS_CERT, [](Header& h) { h.eapolType = 1; h.code = 2; }, -101},
+        HeaderCase{"eap_code", WAPI_WPS_CERT, [](Header& h) { h.code = 2; h.eapType = 1; }, -102},
+        HeaderCase{"wifi_type", WIFI_WPS, [](Header& h) { h.eapType = 242; h.vendor = {0, 0, 0}; }, -103},
+        HeaderCase{"wapi_type", WAPI_WPS_PSK, [](Header& h) { h.eapType = 254; h.vendor = {0, 0, 0}; }, -104},
+        HeaderCase{"wifi_vendor", WIFI_WPS, [](Header& h) { h.vendor = {0x00, 0x81, 0xDB}; h.vendorType = 2; }, -105},
+        HeaderCase{"wapi_vendor", WAPI_WPS_CERT, [](Header& h) { h.vendor = {0x00, 0x37, 0x2A}; h.vendorType = 2; }, -106},
+        HeaderCase{"vendor_type", WAPI_WPS_CERT, [](Header& h) { h.vendorType = 0x01000000; h.opcode = 2; }, -107},
+        HeaderCase{"opcode", WAPI_WPS_CERT, [](Header& h) { h.opcode = WSC_OP_ACK; }, -108}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// ---- UnpackRequestIdentity: -1 .. -6 --------------------------------------------------------------
+
+struct BytesCase {
+    const char* name;
+    uint32_t mode;
+    Bytes frame;
+    int32_t code;
+};
+
+class IdentityCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
+
+TEST_P(IdentityCodes, FirstFailingCheckIsReported) {
+    g_WPS_mode = GetParam().mode;
+    const Bytes& f = GetParam().frame;
+    EXPECT_EQ(GetParam().code, UnpackRequestIdentity(f.data(), uint32_t(f.size())));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, IdentityCodes,
+    ::testing::Values(BytesCase{"ok", 3, hex("020000050107000501"), 0},
+                      BytesCase{"length", 3, hex("02000005010700050100"), -1},
+                      BytesCase{"short", 3, hex("0200000501070005"), -1},
+                      BytesCase{"eapol_type", 3, hex("020100060207000503"), -2},
+                      BytesCase{"body_length", 3, hex("020000060207000503"), -3},
+                      BytesCase{"code", 3, hex("020000050207000603"), -4},
+                      BytesCase{"type", 3, hex("020000050107000603"), -5},
+                      BytesCase{"eap_length", 3, hex("020000050107000601"), -6}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FramesTest, IdentityBodyLengthTraceNamesTheLength) {
+    const Bytes f = hex("020000060107000501");
+    EXPECT_EQ(-3, UnpackRequestIdentity(f.data(), 9));
+    EXPECT_TRUE(log.has("Unpack Request Identity message erro, error code is -3, pEapolHead->BodyLength = 6.\r\n"));
+}
+
+// ---- UnpackRequestStart: -7 .. -17 --------------------------------------------------------------
+
+class StartCodes : public FramesTest, public ::testing::WithParamInterface<HeaderCase> {};
+
+TEST_P(StartCodes, FirstFailingCheckIsReported) {
+    const HeaderCase& c = GetParam();
+    g_WPS_mode = c.mode;
+    Header h = c.mode == WIFI_WPS ? enginetest::wifi_header() : Header{};
+    h.opcode = WSC_OP_START;
+    c.spoil(h);
+    Bytes f = message_frame(h, {});
+    EXPECT_EQ(c.code, UnpackRequestStart(f.data(), uint32_t(f.size())));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Frames, StartCodes,
+    ::testing::Values(
+        HeaderCase{"wapi_ok", WAPI_WPS_PSK, [](Header&) {}, 0},
+        HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
+        HeaderCase{"eapol_type", WAPI_WPS_PSK, [](Header& h) { h.eapolType = 3; h.code = 2; }, -7},
+        HeaderCase{"eap_code", WAPI_WPS_PSK, [](Header& h) { h.code = 2; h.eapType = 1; }, -9},
+        HeaderCase{"wifi_type", WIFI_WPS, [](Header& h) { h.eapType = 242; h.vendor = {0, 0, 0}; }, -10},
+        HeaderCase{"wapi_type", WAPI_WPS_PSK, [](Header& h) { h.eapType = 254; h.vendor = {0, 0, 0}; }, -11},
+        HeaderCase{"wifi_vendor", WIFI_WPS, [](Header& h) { h.vendor = {0x00, 0x81, 0xDB}; h.vendorType = 3; }, -13},
+        HeaderCase{"wapi_vendor", WAPI_WPS_PSK, [](Header& h) { h.vendor = {0x00, 0x37, 0x2A}; h.vendorType = 3; }, -14},
+        HeaderCase{"vendor_type", WAPI_WPS_PSK, [](Header& h) { h.vendorType = 3; h.opcode = 4; }, -15},
+        HeaderCase{"opcode", WAPI_WPS_PSK, [](Header& h) { h.opcode = 4; }, -16}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(FramesTest, StartLengthFieldsAndFrameLength) {
+    g_WPS_mode = WAPI_WPS_PSK;
+    Bytes f = enginetest::start_frame();
+    f[3] = 15;  // EAPOL body length
+    f[7] = 15;  // EAP length (later test)
+    EXPECT_EQ(-8, UnpackRequestStart(f.data(), 18));
+    f[3] = 14;
+    EXPECT_EQ(-12, UnpackRequestStart(f.data(), 18));
+    f[7] = 14;
+    // A frame one byte too long fails only after every header test passed.
+    f.push_back(0);
+    EXPECT_EQ(-17, UnpackRequestStart(f.data(), 19));
+    EXPECT_TRUE(log.has("Unpack request start error, error code is -17.\r\n"));
+    // A short frame's missing bytes read as 0: the vendor type then fails.
+    EXPECT_EQ(-15, UnpackRequestStart(f.data(), 13));
+}
+
+// ---- UnpackFailure: -106 .. -109 -----------------------------------------------------------------
+
+class FailureCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
+
+TEST_P(FailureCodes, FirstFailingCheckIsReported) {
+    const Bytes& f = GetParam().frame;
+    EXPECT_EQ(GetParam().code, UnpackFailure(f.data(), uint32_t(f.size())));
+}
+
+INSTANTIATE_TEST_SUITE_P(Frames, FailureCodes,
+                         ::testing::Values(BytesCase{"ok", 3, hex("0200000404070004"), 0},
+                                           BytesCase{"nine_bytes", 3, hex("020000040407000400"), -106},
+                                           BytesCase{"eapol_type", 3, hex("0201000504070004"), -107},
+                                           BytesCase{"body_length", 3, hex("0200000503070004"), -108},
+                                           BytesCase{"code", 3, hex("0200000403070004"), -109}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// ---- Received-side wrappers ----------------------------------------------------------------------
+
+TEST_F(FramesTest, ReceivedWrappersReportHeaderCodeBeforeParsing) {
+    g_WPS_mode = WAPI_WPS_CERT;
+    Header h;
+    h.opcode = WSC_OP_DONE;
+    const Bytes f = message_frame(h, enginetest::routed_body(WPS_MSG_TYPE_M4, 8));
+    EXPECT_EQ(-108, UnpackM2(f.data(), uint32_t(f.size())));
+    EXPECT_EQ(-108, UnpackM4(f.data(), uint32_t(f.size())));
+    EXPECT_EQ(-108, UnpackM6(f.data(), uint32_t(f.size())));
+    EXPECT_EQ(-108, UnpackM8(f.data(), uint32_t(f.size())));
+    EXPECT_TRUE(log.has("Start Unpack M2.\r\n"));
+    EXPECT_FALSE(log.has("Unpack M2 success.\r\n"));
+}
+
+TEST_F(FramesTest, ReceivedWrappersSurviveFramesShorterThanTheirHeaders) {
+    g_WPS_mode = WAPI_WPS_CERT;
+    const Bytes f = message_frame(Header{}, {});
+    for (uint32_t n = 0; n <= 18; ++n) {
+        Bytes cut(f.begin(), f.begin() + n);  // exactly n bytes exist
+        EXPECT_NE(0, UnpackM2(cut.data(), n)) << n;
+        EXPECT_NE(0, UnpackM4(cut.data(), n)) << n;
+        EXPECT_NE(0, UnpackM6(cut.data(), n)) << n;
+        EXPECT_NE(0, UnpackM8(cut.data(), n)) << n;
+        EXPECT_NE(0, UnpackM8Entire(cut.data(), n)) << n;
+    }
+}
+
+}  // namespace
