@@ -1,0 +1,425 @@
+// The secure-chip client against the in-process service simulator: connection tracking, both
+// commands byte for byte, every misbehaviour of the service, and the wrappers M7 calls.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
+
+#include "api/context.h"
+#include "chipsim/chipsim.h"
+#include "platform/platform.h"
+#include "signing/securechip.h"
+#include "wapiwps.h"
+
+namespace {
+
+using chipsim::Fault;
+using chipsim::Simulator;
+using Bytes = std::vector<uint8_t>;
+
+// Generous bound for state changes the watcher makes on its 500 ms / 1 s rhythm.
+constexpr auto kStateWait = std::chrono::seconds(10);
+
+// Each test process serves on its own socket, so parallel test programs do not meet.
+[[maybe_unused]] const bool g_socket_env = [] {
+#ifndef _WIN32
+    std::string path = "/tmp/wapiwps_chip_test_" + std::to_string(::getpid()) + ".sock";
+    ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+#endif
+    return true;
+}();
+
+// Status codes one client reported. Clients live until the process ends and keep calling their
+// callback, so each log is leaked with its client.
+struct StatusLog {
+    std::mutex lock;
+    std::condition_variable changed;
+    std::vector<int32_t> codes;
+
+    std::vector<int32_t> snapshot() {
+        std::lock_guard<std::mutex> guard(lock);
+        return codes;
+    }
+    // Waits until the log holds `count` codes; false after kStateWait.
+    bool wait_count(size_t count) {
+        std::unique_lock<std::mutex> guard(lock);
+        return changed.wait_for(guard, kStateWait, [&] { return codes.size() >= count; });
+    }
+};
+
+void record_status(int32_t* status, void* context) {
+    auto* log = static_cast<StatusLog*>(context);
+    {
+        std::lock_guard<std::mutex> guard(log->lock);
+        log->codes.push_back(*status);
+    }
+    log->changed.notify_all();
+}
+
+bool client_connected(SecureChipClient* client) {
+    std::lock_guard<std::mutex> guard(client->lock);
+    return client->connected != 0;
+}
+
+// Polls a condition with a bounded wait.
+template <typename Pred>
+bool eventually(Pred pred) {
+    auto deadline = std::chrono::steady_clock::now() + kStateWait;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (pred()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return pred();
+}
+
+Bytes key_bytes(const std::array<uint8_t, 48>& key) { return Bytes(key.begin(), key.end()); }
+
+class SecureChipTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        sim_ = std::make_unique<Simulator>();
+        ASSERT_TRUE(sim_->start());
+        log_ = new StatusLog;
+        ASSERT_EQ(CreateSecureChipClient(&client_, record_status, log_), 0);
+        ASSERT_NE(client_, nullptr);
+        g_SecureChipClient = client_;
+        SecureChipPrivateKeyIndex = 0;
+        std::memset(g_SecureChipSignParam, 0, sizeof g_SecureChipSignParam);
+        ASSERT_TRUE(log_->wait_count(1));
+        ASSERT_TRUE(client_connected(client_));
+    }
+    void TearDown() override {
+        if (sim_) sim_->stop();
+        g_SecureChipClient = nullptr;
+    }
+
+    int32_t export_key(Bytes* key) {
+        key->assign(48, 0);
+        return SPI_GenPrivateKeyAndPublicKey(nullptr, key->data());
+    }
+
+    std::unique_ptr<Simulator> sim_;
+    StatusLog* log_ = nullptr;
+    SecureChipClient* client_ = nullptr;
+};
+
+TEST_F(SecureChipTest, ConnectsAfterStartWithStatusOpened) {
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{kChipStatusOpened}));
+    EXPECT_NE(client_->hPipe, nullptr);
+}
+
+TEST_F(SecureChipTest, ExportRequestAndKeyAreExact) {
+    SecureChipPrivateKeyIndex = 3;
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(3)));
+    EXPECT_EQ(sim_->last_request(), (Bytes{
+                                         0x00, 0x00, 0x00, 0x07,  // command 7
+                                         0x00, 0x00, 0x00, 0x04,  // body length 4
+                                         0x00, 0x00, 0x00, 0x03,  // key index 3
+                                     }));
+}
+
+class SecureChipSignTest : public SecureChipTest, public ::testing::WithParamInterface<uint32_t> {};
+
+TEST_P(SecureChipSignTest, SignRequestIsExactAndSignatureVerifies) {
+    const uint32_t n = GetParam();
+    Bytes data(n);
+    for (uint32_t i = 0; i < n; ++i) data[i] = static_cast<uint8_t>(i * 7 + 1);
+    SecureChipPrivateKeyIndex = 5;
+    for (int i = 0; i < 16; ++i) g_SecureChipSignParam[i] = static_cast<uint8_t>(0xA0 + i);
+
+    uint8_t sig[48];
+    ASSERT_EQ(SecureChip_Sign_With_Private_Key(sig, data.data(), n), 0);
+    EXPECT_TRUE(Simulator::verify(sim_->public_key(5), data.data(), n, sig));
+    EXPECT_FALSE(Simulator::verify(sim_->public_key(4), data.data(), n, sig));
+
+    Bytes req = sim_->last_request();
+    ASSERT_EQ(req.size(), n + 32u);
+    Bytes header(req.begin(), req.begin() + 32);
+    const uint32_t body = n + 24;
+    EXPECT_EQ(header, (Bytes{
+                          0x00, 0x00, 0x00, 0x04,  // command 4
+                          static_cast<uint8_t>(body >> 24), static_cast<uint8_t>(body >> 16),
+                          static_cast<uint8_t>(body >> 8), static_cast<uint8_t>(body),  // N + 24
+                          0x00, 0x00, 0x00, 0x05,                                       // key index
+                          0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7,  // sign parameter
+                          0xA8, 0xA9, 0xAA, 0xAB, 0xAC, 0xAD, 0xAE, 0xAF,  //   as stored
+                          static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
+                          static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),  // N
+                      }));
+    EXPECT_TRUE(std::equal(data.begin(), data.end(), req.begin() + 32));
+}
+
+// 52 and 1080: the two lengths M7 signs; 10208 fills the 10,240-byte request buffer exactly.
+INSTANTIATE_TEST_SUITE_P(DataLengths, SecureChipSignTest,
+                         ::testing::Values(0u, 1u, 52u, 1080u, 4096u, 10208u));
+
+TEST_F(SecureChipTest, SignDataBeyondRequestBufferFailsWithoutSending) {
+    Bytes data(10209, 0x11);
+    uint8_t sig[48];
+    std::memset(sig, 0xEE, sizeof sig);
+    uint32_t served = sim_->requests_served();
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data.data(), 10209), -1);
+    EXPECT_EQ(sim_->requests_served(), served);
+    EXPECT_EQ(sig[0], 0xEE);
+    EXPECT_TRUE(client_connected(client_));
+    EXPECT_EQ(log_->snapshot().size(), 1u);
+}
+
+TEST_F(SecureChipTest, ServiceStopReportsLostOnceAndRestartReconnects) {
+    sim_->stop();
+    ASSERT_TRUE(log_->wait_count(2));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    EXPECT_FALSE(client_connected(client_));
+    EXPECT_EQ(client_->hPipe, nullptr);
+
+    // Requests while the service is down fail at once and report nothing more.
+    uint8_t sig[48];
+    uint8_t data[4] = {1, 2, 3, 4};
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
+    Bytes key;
+    EXPECT_EQ(export_key(&key), -1);
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+
+    ASSERT_TRUE(sim_->start());
+    ASSERT_TRUE(log_->wait_count(3));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1}));
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+}
+
+// A misbehaving answer fails the command with -1 but leaves the connection up.
+struct FaultCase {
+    const char* name;
+    Fault fault;
+};
+
+class SecureChipFaultTest : public SecureChipTest, public ::testing::WithParamInterface<FaultCase> {};
+
+TEST_P(SecureChipFaultTest, BothCommandsFailAndConnectionSurvives) {
+    Bytes key;
+    uint8_t sig[48];
+    uint8_t data[52] = {0x1F, 0xFF, 0x00, 0x30};
+
+    sim_->set_fault(GetParam().fault);
+    Bytes before(48, 0xEE);
+    key = before;
+    EXPECT_EQ(SPI_GenPrivateKeyAndPublicKey(nullptr, key.data()), -1);
+    EXPECT_EQ(key, before);
+
+    sim_->set_fault(GetParam().fault);
+    std::memset(sig, 0xEE, sizeof sig);
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
+    EXPECT_EQ(sig[47], 0xEE);
+
+    EXPECT_TRUE(client_connected(client_));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+    ASSERT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), 0);
+    EXPECT_TRUE(Simulator::verify(sim_->public_key(0), data, sizeof data, sig));
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, SecureChipFaultTest,
+                         ::testing::Values(FaultCase{"NonZeroStatus", Fault::kBadStatus},
+                                           FaultCase{"OversizedLength", Fault::kOversizedLength},
+                                           FaultCase{"ShortReply", Fault::kShortReply}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(SecureChipTest, UnknownSlotIsRefused) {
+    SecureChipPrivateKeyIndex = 100;
+    Bytes key;
+    EXPECT_EQ(export_key(&key), -1);
+    uint8_t sig[48];
+    uint8_t data[1] = {0};
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, 1), -1);
+    EXPECT_TRUE(client_connected(client_));
+}
+
+// The answer is cut at 6,144 bytes like a message-mode pipe read; the rest stays queued and is
+// what the next transaction reads, so every later answer arrives one request late.
+TEST_F(SecureChipTest, LongReplyIsCutAndItsRestAnswersTheNextRequest) {
+    sim_->set_fault(Fault::kLongReply);
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));  // the head of the long answer
+
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, Bytes(48, 0x5A));  // the tail, taken as the second answer
+
+    SecureChipPrivateKeyIndex = 1;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));  // the answer to the second request
+    EXPECT_TRUE(client_connected(client_));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+}
+
+TEST_F(SecureChipTest, TransactCopiesFixedSizeOfZeroedBuffer) {
+    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 2};
+    Bytes dest(1024, 0xEE);
+    ASSERT_EQ(SecureChipTransact(client_, request, sizeof request, 1024, dest.data()), 0);
+    EXPECT_EQ(Bytes(dest.begin(), dest.begin() + 8), (Bytes{0, 0, 0, 0, 0, 0, 0, 56}));
+    auto key = sim_->public_key(2);
+    EXPECT_TRUE(std::equal(key.begin(), key.end(), dest.begin() + 8));
+    EXPECT_EQ(dest[56], 0);  // past the answer: the zeroed receive buffer
+    EXPECT_EQ(dest[1023], 0);
+}
+
+TEST_F(SecureChipTest, TransactCopySizeOverReceiveBufferReturnsOneWithoutCopy) {
+    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
+    uint8_t dest[8];
+    std::memset(dest, 0xEE, sizeof dest);
+    EXPECT_EQ(SecureChipTransact(client_, request, sizeof request, 6145, dest), 1);
+    EXPECT_EQ(dest[0], 0xEE);
+    EXPECT_TRUE(client_connected(client_));
+    // The answer was read (and dropped), so the pipe stays in step with the requests.
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+}
+
+TEST_F(SecureChipTest, VanishingServiceFailsTransactionReportsLostOnceThenReconnects) {
+    sim_->set_fault(Fault::kVanish);
+    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
+    uint8_t dest[1024];
+    EXPECT_EQ(SecureChipTransact(client_, request, sizeof request, 1024, dest), -2);
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(client_->hPipe, nullptr);
+
+    // The service still runs: the watcher opens a new pipe.
+    ASSERT_TRUE(log_->wait_count(3));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1}));
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+
+    sim_->set_fault(Fault::kVanish);
+    uint8_t sig[48];
+    uint8_t data[3] = {9, 8, 7};
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
+    ASSERT_TRUE(log_->wait_count(5));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1, 2, 1}));
+}
+
+// A client whose service never ran: the pipe is null, so the write fails with -1 and no status.
+TEST(SecureChipNoService, TransactWithoutPipeFailsAndReportsNothing) {
+    auto* log = new StatusLog;
+    auto* client = new SecureChipClient;
+    client->running.store(1);
+    client->statusCallback = record_status;
+    client->callbackContext = log;
+    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
+    uint8_t dest[16];
+    EXPECT_EQ(SecureChipTransact(client, request, sizeof request, 16, dest), -1);
+    EXPECT_EQ(svr_ExportSignPublicKey_ECC(client, 0, 48, dest), -1);
+    EXPECT_TRUE(log->snapshot().empty());
+    delete client;
+    delete log;
+}
+
+TEST(SecureChipNoClient, BothStubsAndWrappersFailWithoutTouchingAnything) {
+    SecureChipClient* saved = g_SecureChipClient;
+    g_SecureChipClient = nullptr;
+    uint8_t out[48];
+    std::memset(out, 0xEE, sizeof out);
+    uint8_t data[8] = {};
+    uint8_t param[16] = {};
+    EXPECT_EQ(svr_ExportSignPublicKey_ECC(nullptr, 0, 48, out), -1);
+    EXPECT_EQ(svr_sign_ECC_ECDSA(nullptr, 0, param, sizeof data, data, out), -1);
+    EXPECT_EQ(SPI_GenPrivateKeyAndPublicKey(nullptr, out), -1);
+    EXPECT_EQ(SecureChip_Sign_With_Private_Key(out, data, sizeof data), -1);
+    for (uint8_t b : out) ASSERT_EQ(b, 0xEE);
+    g_SecureChipClient = saved;
+}
+
+// Trace lines of the export wrapper: the admin login key only when secrets are allowed.
+struct TraceCapture {
+    std::mutex lock;
+    std::string text;
+};
+void capture_trace(void* context, const char* line) {
+    auto* cap = static_cast<TraceCapture*>(context);
+    std::lock_guard<std::mutex> guard(cap->lock);
+    cap->text += line;
+}
+
+TEST_F(SecureChipTest, ExportTracesLoginKeyOnlyWhenSecretsAllowed) {
+    static TraceCapture cap;  // the watcher thread may trace too; the capture outlives the test
+    std::memset(g_SecureChipAdminLoginKey, 'k', sizeof g_SecureChipAdminLoginKey);  // no NUL
+    g_SecureChipAdminLoginKeyLen = 256;
+    SecureChipPrivateKeyIndex = 1;
+    Bytes key;
+
+    trace_set_callback(capture_trace, &cap, false);
+    ASSERT_EQ(export_key(&key), 0);
+    {
+        std::lock_guard<std::mutex> guard(cap.lock);
+        EXPECT_NE(cap.text.find("SPI_GenPrivateKeyAndPublicKey : SecureChipPrivateKeyIndex 1\n"),
+                  std::string::npos);
+        EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKeyLen 256\n"), std::string::npos);
+        EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKey <hidden>\n"), std::string::npos);
+        EXPECT_EQ(cap.text.find("kkkk"), std::string::npos);
+        cap.text.clear();
+    }
+
+    trace_set_callback(capture_trace, &cap, true);
+    sim_->set_fault(Fault::kBadStatus);
+    EXPECT_EQ(export_key(&key), -1);
+    trace_set_callback(nullptr, nullptr, false);
+    std::lock_guard<std::mutex> guard(cap.lock);
+    EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKey " + std::string(256, 'k') + "\n"),
+              std::string::npos);
+    EXPECT_NE(cap.text.find("svr_ExportSignPublicKey_ECC -1\n"), std::string::npos);
+    std::memset(g_SecureChipAdminLoginKey, 0, sizeof g_SecureChipAdminLoginKey);
+    g_SecureChipAdminLoginKeyLen = 0;
+}
+
+TEST_F(SecureChipTest, StartWpsSecureChipTwiceMakesTwoClientsAndUsesTheNewest) {
+    const uint8_t local[6] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
+    const uint8_t peer[6] = {0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE};
+    uint8_t frame[64];
+    uint32_t frame_len = 0;
+    ASSERT_NE(StartWPS_SecureChip(local, 0, 3, peer, nullptr, frame, &frame_len), 0);
+    SecureChipClient* first = g_SecureChipClient;
+    ASSERT_NE(first, nullptr);
+    EXPECT_NE(first, client_);
+    EXPECT_EQ(g_IsDoSecureChip, 1);
+    ASSERT_NE(StartWPS_SecureChip(local, 0, 3, peer, nullptr, frame, &frame_len), 0);
+    SecureChipClient* second = g_SecureChipClient;
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(second, first);
+    EXPECT_NE(second->threadId, first->threadId);
+
+    // Both watchers connect; the wrappers go through the newest client.
+    ASSERT_TRUE(eventually([&] { return client_connected(first) && client_connected(second); }));
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+
+    // Dropping the first client's pipe does not disturb the one in use.
+    uint8_t request[4] = {0, 0, 0, 0};
+    {
+        std::lock_guard<std::mutex> guard(first->lock);
+        platform::chip_pipe_interrupt(first->hPipe);
+    }
+    uint8_t dest[8];
+    EXPECT_LT(SecureChipTransact(first, request, sizeof request, 8, dest), 0);
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+    StopWPS();
+    EXPECT_EQ(g_IsDoSecureChip, 0);
+    EXPECT_EQ(g_SecureChipClient, second);  // StopWPS leaves the client alone
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+// chipsim: runs the secure-chip service simulator until it is killed (or, with --for N, for N
+// seconds).
+//   chipsim [--seed N] [--socket PATH] [--slots N] [--for SECONDS]
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+#include "chipsim/chipsim.h"
+
+int main(int argc, char** argv) {
+    chipsim::Options options;
+    long run_for = -1;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        if (std::strcmp(argv[i], "--seed") == 0) {
+            options.seed = static_cast<uint32_t>(std::strtoul(argv[i + 1], nullptr, 0));
+        } else if (std::strcmp(argv[i], "--socket") == 0) {
+            options.socket_path = argv[i + 1];
+        } else if (std::strcmp(argv[i], "--slots") == 0) {
+            options.slots = static_cast<uint32_t>(std::strtoul(argv[i + 1], nullptr, 0));
+        } else if (std::strcmp(argv[i], "--for") == 0) {
+            run_for = std::strtol(argv[i + 1], nullptr, 0);
+        } else {
+            std::fprintf(stderr, "usage: chipsim [--seed N] [--socket PATH] [--slots N] [--for S]\n");
+            return 2;
+        }
+    }
+    chipsim::Simulator sim(options);
+    if (!sim.start()) {
+        std::fprintf(stderr, "chipsim: cannot serve on %s\n", sim.socket_path().c_str());
+        return 1;
+    }
+    for (uint32_t slot = 0; slot < options.slots; ++slot) {
+        auto key = sim.public_key(slot);
+        std::printf("slot %u public key ", slot);
+        for (uint8_t b : key) std::printf("%02X", b);
+        std::printf("\n");
+    }
+    std::fflush(stdout);
+    for (long s = 0; run_for < 0 || s < run_for; ++s) std::this_thread::sleep_for(std::chrono::seconds(1));
+    sim.stop();
+    return 0;
+}

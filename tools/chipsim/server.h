@@ -1,0 +1,23 @@
+// The simulator's transport: a server that hands each received request message to the simulator
+// and sends back its answer. One implementation per OS (server_posix.cpp, server_win32.cpp).
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace chipsim {
+
+class Simulator;
+
+class Server {
+public:
+    virtual ~Server() = default;
+    virtual bool start() = 0;
+    virtual void stop() = 0;
+};
+
+std::unique_ptr<Server> make_server(Simulator& sim, const std::string& socket_path);
+// Default socket path (POSIX): $WAPIWPS_SECURECHIP_SOCKET, else /tmp/QMX470_pipe.
+std::string default_socket_path();
+
+}  // namespace chipsim
