@@ -1,0 +1,29 @@
+// `wapiwps`: the command-line host of the enrollee library.
+#include <cstdio>
+
+#include "cli.h"
+
+int main(int argc, char** argv) {
+    using namespace cli;
+    // Progress lines appear as the exchange advances, also when stdout is a pipe.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    std::vector<std::string> args(argv + 1, argv + argc);
+    Options opt;
+    std::string error;
+    if (!parse_options(args, opt, error)) {
+        std::fprintf(stderr, "wapiwps: %s\n%s", error.c_str(), usage_text(opt.command));
+        return kExitUsage;
+    }
+    if (opt.help) {
+        std::printf("%s", usage_text(opt.command));
+        return kExitOk;
+    }
+    switch (opt.command) {
+    case Command::Demo: return run_demo(opt);
+    case Command::Enroll: return run_enroll(opt);
+    case Command::Registrar: return run_registrar(opt);
+    case Command::None: break;
+    }
+    std::printf("%s", usage_text(Command::None));
+    return kExitUsage;
+}

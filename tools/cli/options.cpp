@@ -1,0 +1,226 @@
+// Command line of `wapiwps`: the three commands, their options and their help texts.
+#include <cstdlib>
+
+#include "cli.h"
+
+namespace cli {
+namespace {
+
+constexpr const char* kMainUsage =
+    "usage: wapiwps <command> [options]\n"
+    "\n"
+    "Runs the enrollee side of a WAPI Simple Config registration through the wapiwps library.\n"
+    "\n"
+    "commands:\n"
+    "  demo       a whole exchange against the in-process reference registrar\n"
+    "  enroll     the enrollee over a real interface (libpcap)\n"
+    "  registrar  the reference registrar over a real interface (libpcap)\n"
+    "\n"
+    "'wapiwps <command> --help' describes the options of each command.\n"
+    "\n"
+    "exit codes: 0 success, 1 exchange failed or refused, 2 usage error, 3 timeout,\n"
+    "            4 interface or pcap error, 5 library or secure-chip set-up error\n";
+
+constexpr const char* kDemoUsage =
+    "usage: wapiwps demo [options]\n"
+    "\n"
+    "Runs a whole exchange between the library and the in-process reference registrar and\n"
+    "prints every frame, every state change and the credential the getters return.\n"
+    "\n"
+    "  --mode psk|cert|wifi   WAPI pre-shared key, WAPI certificate (default), Wi-Fi flavour\n"
+    "  --pin DIGITS           the 8-digit device password (default: push button, \"00000000\")\n"
+    "  --secure-chip          sign M7 with the secure-chip simulator (StartWPS_SecureChip)\n"
+    "  --fragment-m8 [N]      the registrar sends M8 in fragments of N bytes (default 64)\n"
+    "  --cert-mode 1|2        the registrar's Certificate Mode in M2 (default 1)\n"
+    "  --identity TEXT        register TEXT as certificate identity for the registrar\n"
+    "  --network-key TEXT     the key the registrar delivers in PSK modes\n"
+    "  --pcap FILE            write every frame as Ethernet/EAPOL to a pcap file\n"
+    "  --show-secrets         show keys, nonces, hashes and authenticators\n"
+    "  --trace                print the library's diagnostic lines (on stderr)\n"
+    "  --help                 this text\n"
+    "\n"
+    "exit codes: 0 success, 1 exchange failed or refused, 2 usage error,\n"
+    "            4 pcap error, 5 library or secure-chip set-up error\n";
+
+constexpr const char* kEnrollUsage =
+    "usage: wapiwps enroll --iface IF [options]\n"
+    "\n"
+    "Runs the enrollee over the Ethernet interface IF: sends EAPOL-Start (repeated every second\n"
+    "until a registrar answers) and answers the registrar's frames through the library.\n"
+    "\n"
+    "  --iface IF             the interface (required)\n"
+    "  --peer MAC             the registrar's address (default: PAE group 01:80:c2:00:00:03)\n"
+    "  --mode psk|cert|wifi   as for demo (default cert)\n"
+    "  --pin DIGITS           the 8-digit device password (default: push button)\n"
+    "  --secure-chip          sign M7 with the secure-chip service (StartWPS_SecureChip)\n"
+    "  --identity TEXT        register TEXT as certificate identity for the reference\n"
+    "                         registrar's UUID (the one 'wapiwps registrar' uses)\n"
+    "  --timeout SECONDS      give up after this much silence (default 10)\n"
+    "  --pcap FILE            write every frame sent or received to a pcap file\n"
+    "  --show-secrets, --trace, --help   as for demo\n"
+    "\n"
+    "exit codes: 0 success, 1 exchange failed or refused, 2 usage error, 3 timeout,\n"
+    "            4 interface or pcap error, 5 library or secure-chip set-up error\n";
+
+constexpr const char* kRegistrarUsage =
+    "usage: wapiwps registrar --iface IF [options]\n"
+    "\n"
+    "Runs the reference registrar over the Ethernet interface IF for one exchange: waits for\n"
+    "EAPOL-Start (to the PAE group address or to this interface) and answers the enrollee at\n"
+    "the source address of its frames. Exact repeats of a frame are ignored.\n"
+    "\n"
+    "  --iface IF             the interface (required)\n"
+    "  --peer MAC             accept only this enrollee (default: the first that starts)\n"
+    "  --mode psk|cert|wifi   the flavour it serves (default cert)\n"
+    "  --pin DIGITS           the device password it holds (default \"00000000\")\n"
+    "  --fragment-m8 [N]      send M8 in fragments of N bytes (default 64)\n"
+    "  --cert-mode 1|2        Certificate Mode in M2 (default 1)\n"
+    "  --network-key TEXT     the key delivered in PSK modes\n"
+    "  --timeout SECONDS      give up after this much silence (default 10; 0 waits for ever\n"
+    "                         for the first EAPOL-Start)\n"
+    "  --pcap FILE, --show-secrets, --help   as for demo\n"
+    "\n"
+    "exit codes: 0 success (Done received), 1 exchange failed or refused, 2 usage error,\n"
+    "            3 timeout, 4 interface or pcap error\n";
+
+bool parse_mode(const std::string& text, uint32_t& mode) {
+    if (text == "psk") { mode = 2; return true; }
+    if (text == "cert") { mode = 3; return true; }
+    if (text == "wifi") { mode = 1; return true; }
+    return false;
+}
+
+bool parse_unsigned(const std::string& text, unsigned long max, unsigned long& value) {
+    if (text.empty() || text.size() > 9) {
+        return false;
+    }
+    for (char c : text) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+    }
+    value = std::strtoul(text.c_str(), nullptr, 10);
+    return value <= max;
+}
+
+bool is_pin(const std::string& text) {
+    if (text.size() != 8) {
+        return false;
+    }
+    for (char c : text) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+    }
+    return true;
+}
+
+constexpr size_t kDefaultFragmentSize = 64;
+
+}  // namespace
+
+const char* usage_text(Command command) {
+    switch (command) {
+    case Command::Demo: return kDemoUsage;
+    case Command::Enroll: return kEnrollUsage;
+    case Command::Registrar: return kRegistrarUsage;
+    case Command::None: break;
+    }
+    return kMainUsage;
+}
+
+bool parse_options(const std::vector<std::string>& args, Options& opt, std::string& error) {
+    if (args.empty()) {
+        error = "missing command";
+        return false;
+    }
+    const std::string& cmd = args[0];
+    if (cmd == "demo") opt.command = Command::Demo;
+    else if (cmd == "enroll") opt.command = Command::Enroll;
+    else if (cmd == "registrar") opt.command = Command::Registrar;
+    else if (cmd == "--help" || cmd == "-h" || cmd == "help") { opt.help = true; return true; }
+    else { error = "unknown command '" + cmd + "'"; return false; }
+
+    const bool live = opt.command != Command::Demo;
+    for (size_t i = 1; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        // Options with a value take the next argument.
+        auto value = [&](std::string& out) {
+            if (i + 1 >= args.size()) {
+                error = "option " + a + " needs a value";
+                return false;
+            }
+            out = args[++i];
+            return true;
+        };
+        std::string v;
+        unsigned long n = 0;
+        if (a == "--help" || a == "-h") {
+            opt.help = true;
+        } else if (a == "--mode") {
+            if (!value(v)) return false;
+            if (!parse_mode(v, opt.wps_mode)) { error = "--mode takes psk, cert or wifi"; return false; }
+        } else if (a == "--pin") {
+            if (!value(v)) return false;
+            // The library reads exactly eight characters of the PIN in MAC address mode.
+            if (!is_pin(v)) { error = "--pin takes exactly 8 digits"; return false; }
+            opt.pin = v;
+        } else if (a == "--secure-chip" && opt.command != Command::Registrar) {
+            opt.secure_chip = true;
+        } else if (a == "--fragment-m8" && opt.command != Command::Enroll) {
+            opt.fragment_m8 = kDefaultFragmentSize;
+            if (i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] != '-') {
+                if (!parse_unsigned(args[++i], 4096, n) || n < 16) {
+                    error = "--fragment-m8 takes a size of 16 to 4096 bytes";
+                    return false;
+                }
+                opt.fragment_m8 = n;
+            }
+        } else if (a == "--cert-mode" && opt.command != Command::Enroll) {
+            if (!value(v)) return false;
+            if (v != "1" && v != "2") { error = "--cert-mode takes 1 or 2"; return false; }
+            opt.cert_mode = static_cast<uint8_t>(v[0] - '0');
+        } else if (a == "--identity" && opt.command != Command::Registrar) {
+            if (!value(v)) return false;
+            if (v.empty() || v.size() > 1024) { error = "--identity takes 1 to 1024 characters"; return false; }
+            opt.identity = v;
+        } else if (a == "--network-key" && opt.command != Command::Enroll) {
+            if (!value(v)) return false;
+            if (v.empty() || v.size() > 64) { error = "--network-key takes 1 to 64 characters"; return false; }
+            opt.network_key = v;
+        } else if (a == "--pcap") {
+            if (!value(v)) return false;
+            opt.pcap_path = v;
+        } else if (a == "--show-secrets") {
+            opt.show_secrets = true;
+        } else if (a == "--trace") {
+            opt.trace = true;
+        } else if (a == "--iface" && live) {
+            if (!value(v)) return false;
+            opt.iface = v;
+        } else if (a == "--peer" && live) {
+            if (!value(v)) return false;
+            Mac mac{};
+            if (!parse_mac(v, mac)) { error = "--peer takes a MAC address like 02:00:00:00:00:02"; return false; }
+            opt.peer = mac;
+        } else if (a == "--timeout" && live) {
+            if (!value(v)) return false;
+            if (!parse_unsigned(v, 3600, n)) { error = "--timeout takes 0 to 3600 seconds"; return false; }
+            opt.timeout_s = static_cast<uint32_t>(n);
+        } else {
+            error = "unknown option '" + a + "' for " + cmd;
+            return false;
+        }
+    }
+    if (live && !opt.help && opt.iface.empty()) {
+        error = cmd + " needs --iface";
+        return false;
+    }
+    if (opt.command == Command::Enroll && opt.timeout_s == 0) {
+        error = "enroll needs a --timeout of at least 1 second";
+        return false;
+    }
+    return true;
+}
+
+}  // namespace cli

@@ -1,0 +1,39 @@
+// Configuration and outcome report of the reference registrar.
+#include "registrar_side.h"
+
+#include <cstdio>
+
+#include "enrollee.h"
+
+namespace cli {
+
+registrar::Config registrar_config(const Options& opt, const Mac& enrollee) {
+    registrar::Config config;
+    config.wps_mode = opt.wps_mode;
+    config.pin = opt.pin ? *opt.pin : "00000000";
+    config.uuid_r = kReferenceRegistrarUuid;
+    config.enrollee_address.assign(enrollee.begin(), enrollee.end());
+    config.address_mode = 0;
+    config.network_key.assign(opt.network_key.begin(), opt.network_key.end());
+    config.certificate_mode = opt.cert_mode;
+    config.certificate_needed = 1;
+    config.cert_count = 1;
+    config.cert_list.assign(kDemoCertificateList, kDemoCertificateList + sizeof kDemoCertificateList - 1);
+    config.fragment_size = opt.fragment_m8;
+    return config;
+}
+
+void print_registrar_outcome(const registrar::Outcome& o) {
+    std::printf("registrar: M1 %s, M3 %s, M5 %s, M7 %s, Done %s", o.m1_ok ? "ok" : "-", o.m3_ok ? "ok" : "-",
+                o.m5_ok ? "ok" : "-", o.m7_ok ? "ok" : "-", o.done_received ? "received" : "not received");
+    if (o.nack_received) {
+        std::printf(", NACK received (configuration error %u)", o.nack_config_error);
+    }
+    if (!o.signing_public_key.empty()) {
+        std::printf(", M7 signature %s", o.signature_verified ? "verified" : "NOT verified");
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+}  // namespace cli
