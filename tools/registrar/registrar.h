@@ -20,6 +20,12 @@ using Bytes = std::vector<uint8_t>;
 
 // One deliberate misbehaviour at a time, for tests. `message` is the Message Type the fault
 // applies to (0x05 M2, 0x08 M4, 0x0A M6, 0x0C M8); `attribute` the attribute type where relevant.
+//
+// Extra use of `value` (additive): CorruptAttribute flips the value byte at offset `value` (0, the
+// default, is the first byte); WrongPin with `value` 1 changes only the second half of the PIN, so
+// the run fails at M6 instead of M4; MessageType keeps the frame's dispatch byte (byte 9 of the
+// message) right by putting a one-byte Connection Type Flags there, so that the wrong value is seen
+// by the Message Type check rather than by the enrollee's dispatcher.
 struct Fault {
     enum class Kind {
         None,
@@ -39,6 +45,10 @@ struct Fault {
         MessageType,          // put `value` in the Message Type of `message`
         CertificateModeValue, // send Certificate Mode `value` in M2
         WrongMacAddress,      // put another enrollee address into M8's Credential
+        // Additions (the meaning of the kinds above is unchanged):
+        HexKeyOddLength,      // hexadecimal Network Key with its last character dropped
+        HexKeyBadCharacter,   // hexadecimal Network Key with a 'g' in place of its first digit
+        HexKeyTooLong,        // hexadecimal Network Key grown to 66 characters
     };
     Kind kind = Kind::None;
     uint8_t message = 0;
@@ -66,6 +76,15 @@ struct Config {
     // M8 in fragments of at most this many message bytes (0: whole).
     size_t fragment_size = 0;
     Fault fault;
+    // Additions.
+    // Certificate mode 2: the enrollee's signing public key (x || y, 48 bytes) from an earlier run.
+    Bytes known_public_key;
+    // With a signature that does not verify, refuse M7 (true) or go on to M8 regardless (false).
+    bool require_signature = true;
+    // When >= 0: send M8 in exactly two fragments, split at the legal split point of this index
+    // (counted from the front; an index past the last point takes the last). Overrides
+    // fragment_size. Outcome::m8_split_points tells how many legal points the run's M8 had.
+    int m8_split_index = -1;
 };
 
 // What the registrar learnt from the enrollee, for tests and the demo transcript.
@@ -80,6 +99,15 @@ struct Outcome {
     uint8_t certificate_needed_m7 = 0;
     std::array<uint8_t, 16> uuid_e{};
     Bytes enrollee_nonce;
+    // Additions.
+    // Which bytes of the X.509 Certificate Request the verified signature covered:
+    // 0 none verified; else the count of bytes from the start of the request.
+    size_t signed_length = 0;
+    size_t m8_fragments = 0;           // frames M8 went out in (1 when whole)
+    size_t m8_split_points = 0;        // legal split points of the fragmented M8 (body + trailer)
+    Bytes network_key_sent;            // the Network Key value as it went out in M8
+    Bytes enrollee_address;            // MAC Address of M1 (6 bytes, or the address text)
+    uint8_t last_message_type = 0;     // Message Type of the last message the registrar built
 };
 
 enum class Status {
