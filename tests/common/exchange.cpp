@@ -1,0 +1,154 @@
+// The in-process exchange harness.
+#include "common/exchange.h"
+
+#include <cstring>
+#include <deque>
+
+#include "api/context.h"
+#include "platform/platform.h"
+#include "wapiwps.h"
+
+namespace exchange {
+
+namespace {
+
+constexpr size_t kFrameCap = WAPIWPS_MAX_FRAME_LEN;
+constexpr size_t kMessageOffset = 18;
+
+void collect_trace(void* context, const char* line) {
+    static_cast<std::vector<std::string>*>(context)->push_back(line);
+}
+
+// Strips and checks the MAC-mode prefix of a frame the library wrote.
+Bytes strip_prefix(const Options& o, const uint8_t* out, uint32_t len, bool& prefix_ok) {
+    if (o.address_mode != WAPIWPS_ADDRESS_MAC) return Bytes(out, out + len);
+    if (len < WAPIWPS_PREFIX_LEN) {
+        prefix_ok = false;
+        return {};
+    }
+    const bool ok = o.peer.size() == 6 && std::memcmp(out, o.peer.data(), 6) == 0 && out[6] == 0x89 && out[7] == 0x1B;
+    prefix_ok = prefix_ok && ok;
+    return Bytes(out + WAPIWPS_PREFIX_LEN, out + len);
+}
+
+void read_cert_results(Transcript& t) {
+    std::vector<uint8_t> list(4096);
+    std::array<uint8_t, 128> extra{};
+    uint16_t list_len = 0, extra_len = 0;
+    t.cert_rc = GetWPSResult_Cert(t.cert_uuid_r.data(), list.data(), &list_len, &t.cert_count, extra.data(),
+                                  &extra_len, t.cert_private_key.data(), t.cert_public_key.data());
+    if (t.cert_rc == 0) t.cert_list.assign(list.begin(), list.begin() + std::min<size_t>(list_len, list.size()));
+}
+
+void read_psk(int32_t& rc, Bytes& key) {
+    std::array<uint8_t, 64> buf{};
+    uint16_t len = 0;
+    rc = GetWPSResult_PSK(buf.data(), &len);
+    if (rc == 0) key.assign(buf.begin(), buf.begin() + std::min<size_t>(len, buf.size()));
+}
+
+}  // namespace
+
+bool Transcript::has_trace(const std::string& text) const {
+    for (const std::string& line : trace) {
+        if (line.find(text) != std::string::npos) return true;
+    }
+    return false;
+}
+
+std::optional<Bytes> Transcript::sent_message(uint8_t message_type) const {
+    for (const Step& s : steps) {
+        if (!s.to_enrollee || s.frame.size() <= kMessageOffset + 9 || s.frame[16] != 4 || s.frame[17] != 0) continue;
+        if (s.frame[kMessageOffset + 9] == message_type) return Bytes(s.frame.begin() + kMessageOffset, s.frame.end());
+    }
+    return std::nullopt;
+}
+
+Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
+
+Transcript run(Options o) {
+    Transcript t;
+    trace_set_callback(collect_trace, &t.trace, false);
+
+    // The registrar holds the same password and knows the enrollee's mode.
+    registrar::Config rc = o.registrar;
+    rc.wps_mode = static_cast<uint32_t>(o.wps_mode);
+    rc.address_mode = static_cast<uint32_t>(o.address_mode);
+    rc.pin = o.registrar_pin.value_or(o.pin.value_or("00000000"));
+    registrar::Registrar reg(rc);
+
+    // The device name as UTF-16 with its terminator.
+    const wapiwps_utf16 name[] = {'e', 'n', 'r', 'o', 'l', 'l', 'e', 'e', 0};
+    SetDeviceInfo(o.uuid_e.data(), name);
+    if (!o.identities.empty()) {
+        Bytes entries(o.identities.size() * WAPIWPS_IDENTITY_ENTRY_LEN, 0);
+        for (size_t i = 0; i < o.identities.size(); ++i) {
+            uint8_t* e = entries.data() + i * WAPIWPS_IDENTITY_ENTRY_LEN;
+            const Identity& id = o.identities[i];
+            const auto len = static_cast<uint16_t>(std::min<size_t>(id.data.size(), WAPIWPS_IDENTITY_DATA_MAX));
+            std::memcpy(e, id.uuid.data(), 16);
+            std::memcpy(e + 16, &len, 2);   // host byte order, as the entry layout says
+            std::memcpy(e + 18, id.data.data(), len);
+        }
+        SetCertIdentityStruct2(static_cast<uint8_t>(o.identities.size()), entries.data());
+    }
+    if (o.reset_frag_offset) g_FragOffset = 0;
+
+    // The peer argument: 6 bytes, or a NUL-terminated text; the local address likewise padded.
+    Bytes peer = o.peer;
+    if (o.address_mode != WAPIWPS_ADDRESS_MAC) peer.push_back(0);
+    Bytes local = o.local_address;
+    local.resize(std::max<size_t>(local.size(), 16), 0);
+
+    std::vector<uint8_t> out(kFrameCap);
+    uint32_t out_len = 0;
+    const char* pin = o.pin ? o.pin->c_str() : nullptr;
+    if (StartWPS(local.data(), o.address_mode, o.wps_mode, peer.data(), pin, out.data(), &out_len) == 0) {
+        trace_set_callback(nullptr, nullptr, false);
+        return t;
+    }
+    std::deque<Bytes> to_registrar;
+    to_registrar.push_back(strip_prefix(o, out.data(), out_len, t.prefix_ok));
+
+    size_t frames = 0;
+    while (!to_registrar.empty() && frames < o.max_frames) {
+        const Bytes frame = std::move(to_registrar.front());
+        to_registrar.pop_front();
+        ++frames;
+        std::vector<registrar::Bytes> replies;
+        const registrar::Status status = reg.handle(frame, replies);
+        t.steps.push_back(Step{false, frame, 0, 0, status});
+        if (status == registrar::Status::Refused) {
+            t.registrar_refused = true;
+            t.registrar_error = reg.last_error();
+            break;
+        }
+        for (const registrar::Bytes& reply : replies) {
+            out_len = 0;
+            const int32_t result =
+                ProcessReceivePacket(reply.data(), static_cast<uint32_t>(reply.size()), out.data(), &out_len);
+            t.results.push_back(result);
+            t.steps.push_back(Step{true, reply, result, g_State_Machine, registrar::Status::Continue});
+            if (result == WAPIWPS_RESULT_M8_DONE) {
+                t.m8_done = true;
+                if (o.wps_mode == WAPIWPS_MODE_WAPI_CERT) read_cert_results(t);
+                else read_psk(t.psk_rc, t.psk);
+            }
+            const bool answered = out_len > 0 && result != WAPIWPS_RESULT_SUCCESS && result != WAPIWPS_RESULT_ENDED &&
+                                  (result == WAPIWPS_RESULT_ACCEPTED || result == WAPIWPS_RESULT_M8_DONE ||
+                                   result == WAPIWPS_RESULT_DROPPED);
+            if (answered) to_registrar.push_back(strip_prefix(o, out.data(), out_len, t.prefix_ok));
+        }
+        if (status == registrar::Status::Finished) {
+            t.registrar_finished = true;
+            break;
+        }
+    }
+    t.outcome = reg.outcome();
+    t.final_state = g_State_Machine;
+    read_psk(t.psk_rc_after, t.psk_after);
+    trace_set_callback(nullptr, nullptr, false);
+    return t;
+}
+
+}  // namespace exchange

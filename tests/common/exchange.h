@@ -1,0 +1,87 @@
+// The in-process exchange: the enrollee library driven against a reference Registrar, frame by
+// frame, with every frame, result, state and trace line recorded. StartWPS, then frames back and
+// forth through ProcessReceivePacket (the 8-byte prefix stripped in MAC mode) until the
+// registrar finishes or refuses, or a side falls silent.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "registrar/registrar.h"
+
+namespace exchange {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Identity {
+    std::array<uint8_t, 16> uuid{};
+    Bytes data;   // at most 1024 bytes
+};
+
+struct Options {
+    int32_t wps_mode = 3;
+    int32_t address_mode = 0;                          // 0 MAC, 1 IPv4, 2 text
+    Bytes local_address = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};  // 6, 4 or up to 16 text bytes
+    Bytes peer = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};           // MAC: 6 bytes; else text
+    std::optional<std::string> pin;                    // nothing: StartWPS without a PIN
+    std::optional<std::string> registrar_pin;          // nothing: the enrollee's password
+    std::array<uint8_t, 16> uuid_e = {0xE0, 0xE1, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7,
+                                      0xE8, 0xE9, 0xEA, 0xEB, 0xEC, 0xED, 0xEE, 0xEF};
+    std::vector<Identity> identities;                  // SetCertIdentityStruct2 when not empty
+    bool reset_frag_offset = true;                     // g_FragOffset = 0 before the run
+    registrar::Config registrar;                       // pin and modes are filled in
+    size_t max_frames = 64;
+};
+
+// One frame and what its receiver made of it.
+struct Step {
+    bool to_enrollee = false;
+    Bytes frame;                      // as sent, from the EAPOL header (prefix stripped)
+    int32_t result = 0;               // enrollee: ProcessReceivePacket's result
+    uint32_t state_after = 0;         // enrollee: g_State_Machine after the call
+    registrar::Status status = registrar::Status::Continue;   // registrar
+};
+
+struct Transcript {
+    std::vector<Step> steps;
+    std::vector<int32_t> results;     // every ProcessReceivePacket result, in order
+    std::vector<std::string> trace;   // the library's trace lines
+    bool prefix_ok = true;            // MAC mode: every enrollee frame carried peer, 0x89, 0x1B
+    bool registrar_finished = false;
+    bool registrar_refused = false;
+    std::string registrar_error;
+    registrar::Outcome outcome;
+    uint32_t final_state = 0;
+
+    // Results read when ProcessReceivePacket returned 1 (before the closing EAP-Failure).
+    bool m8_done = false;
+    int32_t psk_rc = -2;
+    Bytes psk;
+    int32_t cert_rc = -2;
+    std::array<uint8_t, 16> cert_uuid_r{};
+    Bytes cert_list;
+    uint16_t cert_count = 0;
+    std::array<uint8_t, 24> cert_private_key{};
+    std::array<uint8_t, 48> cert_public_key{};
+    // After the run: the PSK getter (which still answers after StopWPS).
+    int32_t psk_rc_after = -2;
+    Bytes psk_after;
+
+    int32_t last_result() const { return results.empty() ? 0 : results.back(); }
+    bool has_trace(const std::string& text) const;
+    // Configuration Error of the enrollee's NACK as the registrar read it (little-endian).
+    uint16_t nack_error() const { return outcome.nack_config_error; }
+    // Message bodies the registrar sent, whole (not fragments), by Message Type.
+    std::optional<Bytes> sent_message(uint8_t message_type) const;
+};
+
+// Runs one exchange. Installs a trace callback for its duration and restores the default after.
+Transcript run(Options options);
+
+// Text address helper: the bytes of a string, without NUL.
+Bytes text(const std::string& s);
+
+}  // namespace exchange
