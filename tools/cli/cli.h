@@ -32,7 +32,8 @@ struct Options {
     uint32_t wps_mode = 3;               // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
     std::optional<std::string> pin;      // absent: push-button password "00000000"
     bool secure_chip = false;
-    size_t fragment_m8 = 0;              // registrar side: M8 fragment size, 0 = whole
+    bool fragment_m8 = false;            // the registrar sends M8 in fragments
+    size_t fragment_size = 0;            // at most this many bytes each; 0: two, split early
     std::string pcap_path;
     bool show_secrets = false;
     bool trace = false;                  // print the library's own diagnostic lines
@@ -40,7 +41,6 @@ struct Options {
     std::optional<Mac> peer;
     uint32_t timeout_s = 10;
     std::string network_key = "wapiwps-demo-psk";
-    uint8_t cert_mode = 1;               // registrar's Certificate Mode in M2
     std::optional<std::string> identity; // certificate identity registered for the registrar
 };
 

@@ -364,6 +364,12 @@ std::vector<std::string> FrameDecoder::decode(std::span<const uint8_t> f) {
     }
     const uint16_t eap_len = be16(f, 6);
     line += format(" | EAP %s, id %u, length %u", eap_code_name(f[4]), f[5], eap_len);
+    // Fragments carry their EAP length little-endian on purpose (the enrollee reads it in host
+    // order to size the fragment copy); say so rather than call the frame malformed.
+    const uint16_t swapped = static_cast<uint16_t>((eap_len >> 8) | (eap_len << 8));
+    if (eap_len != f.size() - 4 && f.size() >= 9 && (swapped == f.size() - 4 || swapped == f.size() - 9)) {
+        line += format(" (little-endian %u)", swapped);
+    }
     if (f[4] == kEapFailure || f.size() < 9) {
         out.push_back(line);
         return out;

@@ -98,6 +98,14 @@ Link::Receive Link::receive(Mac& src, Mac& dst, Bytes& eapol, int timeout_ms, st
             const uint16_t ethertype = static_cast<uint16_t>((data[12] << 8) | data[13]);
             if (ethertype == kEthertypeEapol && src != own_mac_) {
                 eapol.assign(data + kEthernetHeaderLen, data + header->caplen);
+                // Short frames arrive padded to the Ethernet minimum; the library checks exact
+                // lengths, so the frame is cut back to what its EAPOL header declares.
+                if (eapol.size() >= 4) {
+                    const size_t declared = 4 + static_cast<size_t>((eapol[2] << 8) | eapol[3]);
+                    if (declared < eapol.size()) {
+                        eapol.resize(declared);
+                    }
+                }
                 return Receive::Frame;
             }
         }

@@ -30,8 +30,9 @@ constexpr const char* kDemoUsage =
     "  --mode psk|cert|wifi   WAPI pre-shared key, WAPI certificate (default), Wi-Fi flavour\n"
     "  --pin DIGITS           the 8-digit device password (default: push button, \"00000000\")\n"
     "  --secure-chip          sign M7 with the secure-chip simulator (StartWPS_SecureChip)\n"
-    "  --fragment-m8 [N]      the registrar sends M8 in fragments of N bytes (default 64)\n"
-    "  --cert-mode 1|2        the registrar's Certificate Mode in M2 (default 1)\n"
+    "  --fragment-m8 [N]      the registrar sends M8 in fragments: without N in two, split at\n"
+    "                         the first point the enrollee's reassembly accepts; with N in\n"
+    "                         fragments of at most N bytes (refused when M8 offers no such cut)\n"
     "  --identity TEXT        register TEXT as certificate identity for the registrar\n"
     "  --network-key TEXT     the key the registrar delivers in PSK modes\n"
     "  --pcap FILE            write every frame as Ethernet/EAPOL to a pcap file\n"
@@ -73,8 +74,7 @@ constexpr const char* kRegistrarUsage =
     "  --peer MAC             accept only this enrollee (default: the first that starts)\n"
     "  --mode psk|cert|wifi   the flavour it serves (default cert)\n"
     "  --pin DIGITS           the device password it holds (default \"00000000\")\n"
-    "  --fragment-m8 [N]      send M8 in fragments of N bytes (default 64)\n"
-    "  --cert-mode 1|2        Certificate Mode in M2 (default 1)\n"
+    "  --fragment-m8 [N]      send M8 in fragments (as for demo)\n"
     "  --network-key TEXT     the key delivered in PSK modes\n"
     "  --timeout SECONDS      give up after this much silence (default 10; 0 waits for ever\n"
     "                         for the first EAPOL-Start)\n"
@@ -114,8 +114,6 @@ bool is_pin(const std::string& text) {
     }
     return true;
 }
-
-constexpr size_t kDefaultFragmentSize = 64;
 
 }  // namespace
 
@@ -168,18 +166,14 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         } else if (a == "--secure-chip" && opt.command != Command::Registrar) {
             opt.secure_chip = true;
         } else if (a == "--fragment-m8" && opt.command != Command::Enroll) {
-            opt.fragment_m8 = kDefaultFragmentSize;
+            opt.fragment_m8 = true;
             if (i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] != '-') {
                 if (!parse_unsigned(args[++i], 4096, n) || n < 16) {
                     error = "--fragment-m8 takes a size of 16 to 4096 bytes";
                     return false;
                 }
-                opt.fragment_m8 = n;
+                opt.fragment_size = n;
             }
-        } else if (a == "--cert-mode" && opt.command != Command::Enroll) {
-            if (!value(v)) return false;
-            if (v != "1" && v != "2") { error = "--cert-mode takes 1 or 2"; return false; }
-            opt.cert_mode = static_cast<uint8_t>(v[0] - '0');
         } else if (a == "--identity" && opt.command != Command::Registrar) {
             if (!value(v)) return false;
             if (v.empty() || v.size() > 1024) { error = "--identity takes 1 to 1024 characters"; return false; }

@@ -15,11 +15,16 @@ registrar::Config registrar_config(const Options& opt, const Mac& enrollee) {
     config.enrollee_address.assign(enrollee.begin(), enrollee.end());
     config.address_mode = 0;
     config.network_key.assign(opt.network_key.begin(), opt.network_key.end());
-    config.certificate_mode = opt.cert_mode;
+    config.certificate_mode = 1;
     config.certificate_needed = 1;
     config.cert_count = 1;
     config.cert_list.assign(kDemoCertificateList, kDemoCertificateList + sizeof kDemoCertificateList - 1);
-    config.fragment_size = opt.fragment_m8;
+    if (opt.fragment_m8) {
+        // Without a size: two fragments, cut at the first point where the enrollee's reassembly
+        // takes the second fragment for M8 (its byte 9 must read 0x0C).
+        config.fragment_size = opt.fragment_size;
+        config.m8_split_index = opt.fragment_size == 0 ? 0 : -1;
+    }
     return config;
 }
 
