@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <cstdint>
 
-#if defined(__GNUC__)
+#if defined(__MINGW32__)
+// MinGW's C++ runtime formats with its own C99 printf (%zu, %llu), not msvcrt's.
+#define WAPIWPS_PRINTF(fmt_index, first_arg) __attribute__((format(gnu_printf, fmt_index, first_arg)))
+#elif defined(__GNUC__)
 #define WAPIWPS_PRINTF(fmt_index, first_arg) __attribute__((format(printf, fmt_index, first_arg)))
 #else
 #define WAPIWPS_PRINTF(fmt_index, first_arg)

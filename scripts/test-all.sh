@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# The whole test run: every configuration in turn (g++, clang with ASan+UBSan, mingw-w64 under
+# Wine), then one summary line per configuration and the totals. Fails if anything failed.
+set -uo pipefail
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+configs=(${CONFIGS:-linux asan windows})
+start=$(date +%s)
+for c in "${configs[@]}"; do
+    "$root/scripts/test-config.sh" "$c"
+done
+
+echo
+echo "==== summary ($(($(date +%s) - start)) s)"
+total_passed=0
+total_failed=0
+for c in "${configs[@]}"; do
+    read -r passed failed <"$root/build/$c.result" || { passed=0; failed=1; }
+    printf '%-8s %d passed, %d failed\n' "$c:" "$passed" "$failed"
+    total_passed=$((total_passed + passed))
+    total_failed=$((total_failed + failed))
+done
+echo "$total_passed passed, $total_failed failed"
+[ "$total_failed" -eq 0 ]

@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Configures, builds and tests one configuration, then writes "<passed> <failed>" to
+# build/<name>.result. A configuration that does not configure counts as one failed test; a
+# build error still runs CTest, so tests whose programs are missing count as failed.
+#   scripts/test-config.sh linux|asan|windows
+set -uo pipefail
+
+name=$1
+root=$(cd "$(dirname "$0")/.." && pwd)
+build="$root/build/$name"
+result="$root/build/$name.result"
+jobs=${JOBS:-2}
+build_type=${BUILD_TYPE:-Debug}
+mkdir -p "$root/build"
+echo "0 1" >"$result"  # until proven otherwise: one failure
+
+case "$name" in
+    linux) config=(-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++) ;;
+    asan) config=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DWAPIWPS_SANITIZE=ON) ;;
+    windows) config=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64.cmake") ;;
+    *) echo "unknown configuration $name" >&2; exit 2 ;;
+esac
+
+echo "==== [$name] configure"
+if ! cmake -G Ninja -S "$root" -B "$build" -DCMAKE_BUILD_TYPE="$build_type" "${config[@]}" \
+        >"$build.configure.log" 2>&1; then
+    cat "$build.configure.log"
+    echo "==== [$name] configure FAILED"
+    exit 1
+fi
+
+echo "==== [$name] build"
+if ! ninja -C "$build" -j"$jobs" -k 0 >"$build.build.log" 2>&1; then
+    grep -E -B2 -A12 'FAILED:|error:' "$build.build.log" | head -150
+    echo "==== [$name] build FAILED (see $build.build.log); testing what was built"
+fi
+
+echo "==== [$name] test"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+(cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 600) 2>&1 | tee "$build.ctest.log"
+
+# "100% tests passed, 0 tests failed out of 42"
+summary=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$build.ctest.log" | tail -1)
+if [ -z "$summary" ]; then
+    echo "0 1" >"$result"
+    exit 1
+fi
+failed=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\1/' <<<"$summary")
+total=$(sed -E 's/.* ([0-9]+) tests? failed out of ([0-9]+).*/\2/' <<<"$summary")
+echo "$((total - failed)) $failed" >"$result"
+[ "$failed" -eq 0 ]
