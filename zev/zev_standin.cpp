@@ -178,13 +178,16 @@ extern "C" int32_t ZEV_OpenSession(void** phSession, const void* params) {
             return ZEV_OK;
         }
     }
+    // A refused block leaves *phSession as it was, whether or not the registry has room.
+    Session fresh{};
+    if (!build_session(block, fresh)) return ZEV_ERR_PARAM;
     for (Session& s : g_sessions) {
         if (s.in_use) continue;
-        // A refused block leaves *phSession as it was.
-        if (!build_session(block, s)) return ZEV_ERR_PARAM;
+        s = fresh;
         s.in_use = true;
         *phSession = &s;
         return ZEV_OK;
     }
+    release_session(fresh);
     return ZEV_ERR_SESSION;  // every slot holds another curve
 }

@@ -1,0 +1,35 @@
+// A small JSON reader for the known-answer files: objects, arrays, strings, numbers, literals.
+// Enough for the vector files (ASCII text, \uXXXX escapes below 0x80); not a general parser.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zevtest {
+
+struct JsonValue {
+    enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
+    Kind kind = Kind::kNull;
+    bool boolean = false;
+    std::string text;  // a string's value, or a number as written
+    std::vector<JsonValue> items;
+    std::vector<std::pair<std::string, JsonValue>> members;
+
+    // The member named key of an object, or nullptr (also for a non-object).
+    const JsonValue* find(const std::string& key) const;
+    bool is_string() const { return kind == Kind::kString; }
+};
+
+// Parses a whole document; nullopt on a syntax error or trailing text.
+std::optional<JsonValue> parse_json(const std::string& text);
+
+// Reads and parses WAPIWPS_VECTORS_DIR/<name>; nullopt when the file is missing or malformed.
+std::optional<JsonValue> load_vectors(const std::string& name);
+
+// Hex text (either case, even length) to bytes; nullopt on anything else.
+std::optional<std::vector<uint8_t>> from_hex(const std::string& hex);
+
+}  // namespace zevtest
