@@ -1,0 +1,125 @@
+// SM2 key agreement session: the record reset, InitSession's time-seeded nonces, the first key
+// pair, and an agreed key that the registrar's side of the exchange reaches too.
+#include <gtest/gtest.h>
+
+#include "api/context.h"
+#include "crypto/crypto.h"
+#include "crypto_test_util.h"
+#include "messages/messages.h"
+#include "zev.h"
+
+namespace {
+
+using cryptotest::Bytes;
+using cryptotest::bytes_of;
+using cryptotest::FakeClock;
+
+TEST(ResetPartyKeyInfo, ClearsExactlyTheListedFields) {
+    PartyKeyInfo record;
+    std::memset(&record, 0xA5, sizeof(record));
+    record.KdfLabel = nullptr;
+    ResetPartyKeyInfo(record);
+    EXPECT_EQ(record.SimpleConfigState, 1);
+    EXPECT_EQ(record.Identifier, 0xA5) << "the identifier byte is not touched";
+    EXPECT_EQ(record.AssociationState, 0);
+    EXPECT_EQ(bytes_of(record.Nonce, 16), Bytes(16, 0));
+    EXPECT_EQ(bytes_of(record.PublicKey, 64), Bytes(64, 0));
+    // Kept until the next key generation overwrites them.
+    EXPECT_EQ(bytes_of(record.PrivateKey, 32), Bytes(32, 0xA5));
+    EXPECT_EQ(bytes_of(record.TempPrivateKey, 32), Bytes(32, 0xA5));
+    EXPECT_EQ(bytes_of(record.TempPublicKey, 64), Bytes(64, 0xA5));
+    for (const auto& [p, n] : std::initializer_list<std::pair<const uint8_t*, size_t>>{
+             {record.Hash1, 32}, {record.Hash2, 32}, {record.SecretNonce1, 16}, {record.SecretNonce2, 16},
+             {record.Psk1, 32}, {record.Psk2, 32}, {record.SharedSecret, 32}, {record.Authenticator, 8},
+             {record.AuthKey, 32}, {record.KeyWrapKey, 16}, {record.Emsk, 32}, {record.Kdk, 32},
+             {record.DhKey, 32}, {record.LastIv, 16}})
+        EXPECT_EQ(bytes_of(p, n), Bytes(n, 0));
+    ASSERT_NE(record.KdfLabel, nullptr);
+    EXPECT_STREQ(record.KdfLabel, "Wi-Fi Easy and Secure Key Derivation");
+}
+
+TEST(Session, OpenedAtProcessAttach) { EXPECT_NE(g_phSessionHandle, nullptr); }
+
+TEST(InitSession, ThreeDrawsWithinOneSecondAreEqual) {
+    FakeClock::install(1600000000, false);
+    ASSERT_TRUE(InitSession());
+    FakeClock::remove();
+    const Bytes expected = FakeClock::expected_draw(1600000000);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Nonce, 16), expected);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce1, 16), expected);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce2, 16), expected);
+    EXPECT_EQ(FakeClock::srand_calls, 3) << "re-seeded before each draw";
+    EXPECT_NE(bytes_of(g_EnrolleeKeys.PublicKey, 64), Bytes(64, 0));
+    EXPECT_EQ(g_RegistrarKeys.SimpleConfigState, 1) << "both records are reset";
+}
+
+TEST(InitSession, DrawsAcrossASecondBoundaryDiffer) {
+    FakeClock::install(1600000000, true);  // the clock advances at every reading
+    ASSERT_TRUE(InitSession());
+    FakeClock::remove();
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Nonce, 16), FakeClock::expected_draw(1600000000));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce1, 16), FakeClock::expected_draw(1600000001));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce2, 16), FakeClock::expected_draw(1600000002));
+    EXPECT_NE(bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(g_EnrolleeKeys.SecretNonce1, 16));
+}
+
+TEST(InitSession, FailsWhenTheKeyPairCannotBeMade) {
+    void* const saved = g_phSessionHandle;
+    g_phSessionHandle = nullptr;  // the library refuses an unknown session
+    cryptotest::TraceCapture capture;
+    EXPECT_FALSE(InitSession());
+    g_phSessionHandle = saved;
+    EXPECT_TRUE(capture.has("ZEV_SM2_GenerateAgreementDataWithECC != 0.\r\n"));
+    EXPECT_TRUE(capture.has("CreatePubkey faile.\r\n"));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.PublicKey, 64), Bytes(64, 0)) << "keeps its cleared public key";
+}
+
+TEST(ComputerExchangeKey, RegistrarReachesTheSameKey) {
+    std::memcpy(g_MyMsgInfo.UUID_E, "enrollee-uuid-16", 16);
+    std::memcpy(UUID_R, "registrar-uuid16", 16);
+    ASSERT_TRUE(InitSession());
+    uint8_t body[kMaxBodyLen];
+    uint32_t len = 0;
+    ASSERT_TRUE(BuildMessageM1(body, &len));  // makes the temporary pair
+
+    // The registrar's two pairs, and its view of the exchange as the responder.
+    ZEV_ECCPrivateKey r_priv{}, r_temp_priv{};
+    ZEV_ECCPublicKey r_pub{}, r_temp_pub{};
+    ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &r_priv, &r_pub), 0);
+    ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &r_temp_priv, &r_temp_pub), 0);
+    std::memcpy(g_RegistrarKeys.PublicKey, r_pub.x, 32);
+    std::memcpy(g_RegistrarKeys.PublicKey + 32, r_pub.y, 32);
+    std::memcpy(g_RegistrarKeys.TempPublicKey, r_temp_pub.x, 32);
+    std::memcpy(g_RegistrarKeys.TempPublicKey + 32, r_temp_pub.y, 32);
+
+    cryptotest::TraceCapture capture;
+    ASSERT_EQ(ComputerExchangeKey(), 0);
+    EXPECT_TRUE(capture.has("ComputerExchangeKey success.\r\n"));
+
+    ZEV_ECCPublicKey e_pub{256, {}, {}}, e_temp_pub{256, {}, {}};
+    std::memcpy(e_pub.x, g_EnrolleeKeys.PublicKey, 32);
+    std::memcpy(e_pub.y, g_EnrolleeKeys.PublicKey + 32, 32);
+    std::memcpy(e_temp_pub.x, g_EnrolleeKeys.TempPublicKey, 32);
+    std::memcpy(e_temp_pub.y, g_EnrolleeKeys.TempPublicKey + 32, 32);
+    uint8_t registrar_key[32] = {};
+    ZEV_AgreementOut out{};
+    out.key = registrar_key;
+    ASSERT_EQ(ZEV_SM2_GenerateKeyWithECC_Responder(g_phSessionHandle, 256, UUID_R, 16,
+                                                   g_MyMsgInfo.UUID_E, 16, &r_priv, &r_temp_priv,
+                                                   &r_temp_pub, &e_pub, &e_temp_pub, &out),
+              0);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SharedSecret, 32), bytes_of(registrar_key, 32));
+    EXPECT_NE(bytes_of(registrar_key, 32), Bytes(32, 0));
+}
+
+TEST(ComputerExchangeKey, ReportsTheLibraryFailure) {
+    std::memset(g_RegistrarKeys.PublicKey, 0, 64);  // not a curve point
+    std::memset(g_RegistrarKeys.TempPublicKey, 0, 64);
+    cryptotest::TraceCapture capture;
+    EXPECT_EQ(ComputerExchangeKey(), -1);
+    bool found = false;
+    for (const auto& l : capture.lines) found |= l.rfind("ZEV_SM2_GenerateKeyWithECC error, ret = ", 0) == 0;
+    EXPECT_TRUE(found);
+}
+
+}  // namespace

@@ -1,0 +1,281 @@
+// HMAC-SM3 wrappers and the key schedule, each checked against the same value computed
+// independently here with libgcrypt's SM3 and HMAC-SM3.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "api/context.h"
+#include "common/bytes.h"
+#include "crypto/crypto.h"
+#include "crypto_test_util.h"
+#include "zev/json_lite.h"
+
+namespace {
+
+using cryptotest::Bytes;
+using cryptotest::bytes_of;
+using cryptotest::cat;
+using cryptotest::ref_hmac_sm3;
+
+Bytes be32(uint32_t v) {
+    Bytes b(4);
+    put_be32(b.data(), v);
+    return b;
+}
+
+void fill(uint8_t* p, size_t n) {
+    const Bytes r = cryptotest::random_bytes(n);
+    std::memcpy(p, r.data(), n);
+}
+
+class KeySchedule : public ::testing::Test {
+protected:
+    void SetUp() override {
+        saved_mode_ = g_AddressMode;
+        std::memcpy(saved_password_, g_MyMsgInfo.DevicePassword, sizeof(saved_password_));
+        ResetPartyKeyInfo(g_EnrolleeKeys);
+        ResetPartyKeyInfo(g_RegistrarKeys);
+        fill(g_EnrolleeKeys.Nonce, 16);
+        fill(g_RegistrarKeys.Nonce, 16);
+        fill(g_EnrolleeKeys.PublicKey, 64);
+        fill(g_RegistrarKeys.PublicKey, 64);
+        fill(g_EnrolleeKeys.SecretNonce1, 16);
+        fill(g_EnrolleeKeys.SecretNonce2, 16);
+        fill(g_RegistrarKeys.SecretNonce1, 16);
+        fill(g_RegistrarKeys.SecretNonce2, 16);
+        fill(g_EnrolleeKeys.SharedSecret, 32);
+        fill(g_EnrolleeKeys.AuthKey, 32);
+    }
+    void TearDown() override {
+        g_AddressMode = saved_mode_;
+        std::memcpy(g_MyMsgInfo.DevicePassword, saved_password_, sizeof(saved_password_));
+    }
+    static Bytes auth_key() { return bytes_of(g_EnrolleeKeys.AuthKey, 32); }
+    uint32_t saved_mode_ = 0;
+    char saved_password_[32] = {};
+};
+
+TEST(HmacSm3, PublishedVectors) {
+    const auto doc = zevtest::load_vectors("hmac_sm3.json");
+    ASSERT_TRUE(doc.has_value());
+    size_t n = 0;
+    for (const auto& v : doc->find("vectors")->items) {
+        const Bytes key = *zevtest::from_hex(v.find("key_hex")->text);
+        Bytes msg;
+        if (v.find("msg_hex")->is_string()) {
+            msg = *zevtest::from_hex(v.find("msg_hex")->text);
+        } else {  // "bytes 00..FF repeated": the whole 4096-byte scratch
+            msg.resize(std::stoul(v.find("msg_len")->text));
+            for (size_t i = 0; i < msg.size(); ++i) msg[i] = static_cast<uint8_t>(i);
+        }
+        uint8_t out[32];
+        HmacSHA256(key.data(), static_cast<uint32_t>(key.size()), msg.data(),
+                   static_cast<uint32_t>(msg.size()), out);
+        EXPECT_EQ(bytes_of(out, 32), *zevtest::from_hex(v.find("mac")->text)) << "vector " << n;
+        ++n;
+    }
+    EXPECT_GE(n, 3u);
+}
+
+TEST(HmacSm3, MatchesLibgcryptOnRandomInputsThroughBothEntries) {
+    for (int i = 0; i < 300; ++i) {
+        const Bytes key = cryptotest::random_bytes(1 + i % 80);
+        const Bytes data = cryptotest::random_bytes((i * 37) % 5000);
+        uint8_t out[32], out16[32];
+        HmacSHA256(key.data(), static_cast<uint32_t>(key.size()), data.data(),
+                   static_cast<uint32_t>(data.size()), out);
+        HmacSHA256_16(key.data(), static_cast<uint32_t>(key.size()), data.data(),
+                      static_cast<uint16_t>(data.size()), out16);
+        ASSERT_EQ(bytes_of(out, 32), ref_hmac_sm3(key, data)) << "case " << i;
+        ASSERT_EQ(bytes_of(out16, 32), ref_hmac_sm3(key, data));
+    }
+}
+
+TEST(HmacSm3, InputLargerThanTheScratchIsRefusedWithAZeroMac) {
+    const Bytes key = cryptotest::random_bytes(32);
+    const Bytes fits = cryptotest::random_bytes(kHmacScratchLen);
+    const Bytes too_big(kHmacScratchLen + 1, 0x33);
+    uint8_t out[32];
+    HmacSHA256(key.data(), 32, fits.data(), static_cast<uint32_t>(fits.size()), out);
+    EXPECT_EQ(bytes_of(out, 32), ref_hmac_sm3(key, fits));
+    std::memset(out, 0xFF, sizeof(out));
+    HmacSHA256(key.data(), 32, too_big.data(), static_cast<uint32_t>(too_big.size()), out);
+    EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0));
+}
+
+TEST(HmacSm3, ClosedLibraryCallIsBracketedByItsTraceLines) {
+    char handle[32];
+    std::snprintf(handle, sizeof(handle), "%x", session_handle_trace());
+    cryptotest::TraceCapture capture;
+    uint8_t key[32] = {}, out[32];
+    HmacSHA256(key, 32, key, 32, out);
+    ASSERT_EQ(capture.lines.size(), 2u);
+    EXPECT_EQ(capture.lines[0], std::string("Start HmacSHA256 ZEV_HMAC_SM3==") + handle + ".\r\n");
+    EXPECT_EQ(capture.lines[1], std::string("End HmacSHA256 ZEV_HMAC_SM3==") + handle + ".\r\n");
+}
+
+TEST_F(KeySchedule, DhKeyIsTheSm3OfTheAgreedKey) {
+    EXPECT_TRUE(GenerateDHKey(g_EnrolleeKeys));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.DhKey, 32),
+              cryptotest::ref_sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32)));
+}
+
+struct KdkCase {
+    uint32_t address_mode;
+    const char* address;  // 16-byte field contents
+    size_t expected_address_len;
+};
+
+class KdkAddress : public KeySchedule, public ::testing::WithParamInterface<KdkCase> {};
+
+TEST_P(KdkAddress, AddressLengthFollowsTheAddressMode) {
+    const KdkCase c = GetParam();
+    g_AddressMode = c.address_mode;
+    uint8_t address[16] = {};
+    std::memcpy(address, c.address, std::strlen(c.address));
+    fill(g_EnrolleeKeys.DhKey, 32);
+    ASSERT_TRUE(ComputeKDK(g_EnrolleeKeys, g_RegistrarKeys, address, true));
+    const Bytes input = cat({bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(address, c.expected_address_len),
+                             bytes_of(g_RegistrarKeys.Nonce, 16)});
+    EXPECT_EQ(input.size(), 32 + c.expected_address_len);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref_hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), input));
+    // With the enrollee second, the nonces change places.
+    ASSERT_TRUE(ComputeKDK(g_EnrolleeKeys, g_RegistrarKeys, address, false));
+    const Bytes swapped = cat({bytes_of(g_RegistrarKeys.Nonce, 16), bytes_of(address, c.expected_address_len),
+                               bytes_of(g_EnrolleeKeys.Nonce, 16)});
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref_hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), swapped));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Modes, KdkAddress,
+    ::testing::Values(KdkCase{MAC_ADDRESS, "\x01\x02\x03\x04\x05\x06", 6},
+                      KdkCase{MAC_ADDRESS, "", 6},                  // zero bytes still count
+                      KdkCase{IPV4_ADDRESS, "\xC0\xA8\x01\x02", 6},  // 4 bytes + 2 zero bytes
+                      KdkCase{TEXT_ADDRESS, "10.0.0.7", 8},
+                      KdkCase{TEXT_ADDRESS, "0123456789abcdef", 16}));  // full field, no NUL
+
+TEST_F(KeySchedule, ThreeKdfRoundsAndTheKeySplit) {
+    fill(g_EnrolleeKeys.Kdk, 32);
+    ASSERT_TRUE(DeriveKeys(g_EnrolleeKeys));
+    const Bytes kdk = bytes_of(g_EnrolleeKeys.Kdk, 32);
+    const Bytes label(KDF_LABEL, KDF_LABEL + 36);
+    Bytes rounds;
+    for (uint32_t i = 1; i <= 3; ++i) {
+        const Bytes input = cat({be32(i), label, be32(640)});
+        ASSERT_EQ(input.size(), 44u);
+        const Bytes r = ref_hmac_sm3(kdk, input);
+        rounds.insert(rounds.end(), r.begin(), r.end());
+    }
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), Bytes(rounds.begin(), rounds.begin() + 32));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.KeyWrapKey, 16), Bytes(rounds.begin() + 32, rounds.begin() + 48));
+    // EMSK is the whole third round, never the bytes that follow KeyWrapKey.
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Emsk, 32), Bytes(rounds.begin() + 64, rounds.end()));
+    EXPECT_NE(bytes_of(g_EnrolleeKeys.Emsk, 32), Bytes(rounds.begin() + 48, rounds.begin() + 80));
+}
+
+TEST_F(KeySchedule, MissingLabelLeavesKeysButSessionKeysStillReportSuccess) {
+    std::memset(g_EnrolleeKeys.AuthKey, 0, 32);
+    g_EnrolleeKeys.KdfLabel = nullptr;
+    EXPECT_FALSE(DeriveKeys(g_EnrolleeKeys));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), Bytes(32, 0));
+    uint8_t address[16] = {1, 2, 3, 4, 5, 6};
+    EXPECT_TRUE(GenerateSessionKeys(g_EnrolleeKeys, g_RegistrarKeys, address, true));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), Bytes(32, 0));
+    g_EnrolleeKeys.KdfLabel = "";
+    EXPECT_FALSE(DeriveKeys(g_EnrolleeKeys));
+}
+
+TEST_F(KeySchedule, SessionKeysChainDhKeyKdkAndKdf) {
+    g_AddressMode = MAC_ADDRESS;
+    uint8_t address[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+    ASSERT_TRUE(GenerateSessionKeys(g_EnrolleeKeys, g_RegistrarKeys, address, true));
+    const Bytes dh = cryptotest::ref_sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32));
+    const Bytes kdk = ref_hmac_sm3(dh, cat({bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(address, 6),
+                                            bytes_of(g_RegistrarKeys.Nonce, 16)}));
+    const Bytes label(KDF_LABEL, KDF_LABEL + 36);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.DhKey, 32), dh);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), kdk);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), ref_hmac_sm3(kdk, cat({be32(1), label, be32(640)})));
+}
+
+struct PasswordCase {
+    const char* password;
+    size_t first_len;
+};
+
+class PasswordHalves : public KeySchedule, public ::testing::WithParamInterface<PasswordCase> {};
+
+TEST_P(PasswordHalves, EHashesOverTheTwoHalves) {
+    const PasswordCase c = GetParam();
+    std::memset(g_MyMsgInfo.DevicePassword, 0, 32);
+    std::memcpy(g_MyMsgInfo.DevicePassword, c.password, std::strlen(c.password));
+    ComputeEHashes();
+    const Bytes pw(c.password, c.password + std::strlen(c.password));
+    const Bytes psk1 = ref_hmac_sm3(auth_key(), Bytes(pw.begin(), pw.begin() + c.first_len));
+    const Bytes psk2 = ref_hmac_sm3(auth_key(), Bytes(pw.begin() + c.first_len, pw.end()));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk1, 32), psk1);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk2, 32), psk2);
+    const Bytes pke = bytes_of(g_EnrolleeKeys.PublicKey, 64);
+    const Bytes pkr = bytes_of(g_RegistrarKeys.PublicKey, 64);
+    const Bytes in1 = cat({bytes_of(g_EnrolleeKeys.SecretNonce1, 16), Bytes(psk1.begin(), psk1.begin() + 16), pke, pkr});
+    const Bytes in2 = cat({bytes_of(g_EnrolleeKeys.SecretNonce2, 16), Bytes(psk2.begin(), psk2.begin() + 16), pke, pkr});
+    ASSERT_EQ(in1.size(), 160u);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash1, 32), ref_hmac_sm3(auth_key(), in1));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash2, 32), ref_hmac_sm3(auth_key(), in2));
+
+    // R-Hashes: the registrar's secret nonces with our PSK halves.
+    uint8_t r1[32], r2[32];
+    ComputeRHash1(r1);
+    ComputeRHash2(r2);
+    EXPECT_EQ(bytes_of(r1, 32), ref_hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce1, 16),
+                                                                Bytes(psk1.begin(), psk1.begin() + 16), pke, pkr})));
+    EXPECT_EQ(bytes_of(r2, 32), ref_hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce2, 16),
+                                                                Bytes(psk2.begin(), psk2.begin() + 16), pke, pkr})));
+}
+
+INSTANTIATE_TEST_SUITE_P(Lengths, PasswordHalves,
+                         ::testing::Values(PasswordCase{"12345670", 4}, PasswordCase{"1234567", 4},
+                                           PasswordCase{"1", 1}, PasswordCase{"", 0},
+                                           PasswordCase{"0123456789abcdef0123456789abcdef", 16}));
+
+TEST_F(KeySchedule, AuthenticatorOverPreviousAndCurrentMessages) {
+    const Bytes prev = cryptotest::random_bytes(300);
+    const Bytes cur = cryptotest::random_bytes(123);
+    uint8_t out[32];
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, prev.data(), 300, cur.data(), 123, out);
+    EXPECT_EQ(bytes_of(out, 32), ref_hmac_sm3(auth_key(), cat({prev, cur})));
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, prev.data(), 300, cur.data(), -1, out);
+    EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0)) << "a negative length yields a zero MAC";
+    const Bytes huge(kHmacScratchLen, 1);
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, prev.data(), 300, huge.data(),
+                         static_cast<int32_t>(huge.size()), out);
+    EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0)) << "an oversized input yields a zero MAC";
+}
+
+TEST_F(KeySchedule, VerifyAuthenticatorCutsTheLastTwelveBytes) {
+    const Bytes prev = cryptotest::random_bytes(200);
+    std::memcpy(g_PrevMsgBuf, prev.data(), prev.size());
+    g_PrevMsgLen = 200;
+    Bytes body = cryptotest::random_bytes(60);
+    const Bytes mac = ref_hmac_sm3(auth_key(), cat({prev, Bytes(body.begin(), body.end() - 12)}));
+    EXPECT_TRUE(VerifyAuthenticator(body, 60, mac.data()));
+    EXPECT_FALSE(VerifyAuthenticator(body, 59, mac.data()));
+    EXPECT_FALSE(VerifyAuthenticator(std::span<const uint8_t>(body.data(), 59), 60, mac.data()))
+        << "a stated length beyond the readable bytes";
+    EXPECT_FALSE(VerifyAuthenticator(body, 11, mac.data())) << "shorter than an Authenticator";
+    EXPECT_FALSE(VerifyAuthenticator(body, -3, mac.data()));
+}
+
+TEST(EqualCt, ComparesEveryByte) {
+    uint8_t a[32] = {}, b[32] = {};
+    EXPECT_TRUE(equal_ct(a, b, 32));
+    for (size_t i = 0; i < 32; ++i) {
+        b[i] = 0x80;
+        EXPECT_FALSE(equal_ct(a, b, 32)) << i;
+        EXPECT_TRUE(equal_ct(a, b, i)) << "only the first n bytes count";
+        b[i] = 0;
+    }
+    EXPECT_TRUE(equal_ct(a, b, 0));
+}
+
+}  // namespace
