@@ -24,7 +24,7 @@ struct Identity {
 struct Options {
     int32_t wps_mode = 3;
     int32_t address_mode = 0;                          // 0 MAC, 1 IPv4, 2 text
-    Bytes local_address = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};  // 6, 4 or up to 16 text bytes
+    Bytes local_address = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};  // 6, 4 or up to 16 text bytes
     Bytes peer = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};           // MAC: 6 bytes; else text
     std::optional<std::string> pin;                    // nothing: StartWPS without a PIN
     std::optional<std::string> registrar_pin;          // nothing: the enrollee's password

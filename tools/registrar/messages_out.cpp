@@ -40,14 +40,24 @@ Bytes to_hex(std::span<const uint8_t> key) {
 
 // ---- Shared pieces ----------------------------------------------------------------------------
 
-void Session::begin_message(AttrWriter& w, uint8_t message) {
-    w.add_u8(ATTR_VERSION, kVersion);
-    if (faulty(Fault::Kind::MessageType, message)) {
-        // The enrollee dispatches on byte 9; a one-byte attribute there keeps the frame routed to
-        // the right parser, whose Message Type check then meets the wrong value.
-        w.add_u8(ATTR_CONNECTION_TYPE_FLAGS, message);
+void Session::begin_message(Bytes& body, AttrWriter& w, uint8_t message) {
+    // The enrollee routes a frame by byte 9 of its message, the Message Type value when Version
+    // comes first. Faults on the first two attributes keep that byte right, so that the frame
+    // still reaches the parser whose check they are meant to meet.
+    const uint8_t routed[1] = {message};
+    if (faulty(Fault::Kind::OmitAttribute, message) && config.fault.attribute == ATTR_VERSION) {
+        put_attr(body, ATTR_CONNECTION_TYPE_FLAGS, routed);   // a one-byte stand-in for Version
+        put_attr(body, ATTR_MESSAGE_TYPE, routed);
+    } else if (faulty(Fault::Kind::OversizeAttribute, message) && config.fault.attribute == ATTR_VERSION) {
+        put_attr(body, ATTR_MESSAGE_TYPE, routed);
+        const uint8_t long_version[2] = {message, kVersion};   // its first byte lands on byte 9
+        put_attr(body, ATTR_VERSION, long_version);
+    } else if (faulty(Fault::Kind::MessageType, message)) {
+        w.add_u8(ATTR_VERSION, kVersion);
+        put_attr(body, ATTR_CONNECTION_TYPE_FLAGS, routed);
         w.add_u8(ATTR_MESSAGE_TYPE, static_cast<uint8_t>(config.fault.value));
     } else {
+        w.add_u8(ATTR_VERSION, kVersion);
         w.add_u8(ATTR_MESSAGE_TYPE, message);
     }
     outcome.last_message_type = message;
@@ -146,7 +156,7 @@ Bytes Session::build_m2() {
     const bool wifi = config.wps_mode == 1;
     Bytes body;
     AttrWriter w(body, config.fault, MSG_M2);
-    begin_message(w, MSG_M2);
+    begin_message(body, w, MSG_M2);
     std::array<uint8_t, 16> echoed = n1;
     if (faulty(Fault::Kind::WrongEnrolleeNonce, MSG_M2)) echoed[0] ^= 0x01;
     w.add(ATTR_ENROLLEE_NONCE, echoed, 16);
@@ -186,7 +196,7 @@ Bytes Session::build_m2() {
 Bytes Session::build_m2d() {
     Bytes body;
     AttrWriter w(body, config.fault, MSG_M2D);
-    begin_message(w, MSG_M2D);
+    begin_message(body, w, MSG_M2D);
     w.add(ATTR_ENROLLEE_NONCE, n1, 16);
     w.add(ATTR_REGISTRAR_NONCE, n2, 16);
     w.add(ATTR_UUID_R, config.uuid_r, 16);
@@ -197,7 +207,7 @@ Bytes Session::build_m2d() {
 Bytes Session::build_nack(uint16_t config_error) {
     Bytes body;
     AttrWriter w(body, config.fault, MSG_NACK);
-    begin_message(w, MSG_NACK);
+    begin_message(body, w, MSG_NACK);
     w.add(ATTR_ENROLLEE_NONCE, n1, 16);
     w.add(ATTR_REGISTRAR_NONCE, n2, 16);
     w.add_be16(ATTR_CONFIG_ERROR, config_error);
@@ -209,7 +219,7 @@ Bytes Session::build_nack(uint16_t config_error) {
 Bytes Session::build_m4() {
     Bytes body;
     AttrWriter w(body, config.fault, MSG_M4);
-    begin_message(w, MSG_M4);
+    begin_message(body, w, MSG_M4);
     std::array<uint8_t, 16> echoed = n1;
     if (faulty(Fault::Kind::WrongEnrolleeNonce, MSG_M4)) echoed[0] ^= 0x01;
     w.add(ATTR_ENROLLEE_NONCE, echoed, 16);
@@ -232,7 +242,7 @@ Bytes Session::build_m4() {
 Bytes Session::build_m6() {
     Bytes body;
     AttrWriter w(body, config.fault, MSG_M6);
-    begin_message(w, MSG_M6);
+    begin_message(body, w, MSG_M6);
     std::array<uint8_t, 16> echoed = n1;
     if (faulty(Fault::Kind::WrongEnrolleeNonce, MSG_M6)) echoed[0] ^= 0x01;
     w.add(ATTR_ENROLLEE_NONCE, echoed, 16);
@@ -255,7 +265,7 @@ Bytes Session::build_m6() {
 Bytes Session::build_m8() {
     Bytes body;
     AttrWriter w(body, config.fault, MSG_M8);
-    begin_message(w, MSG_M8);
+    begin_message(body, w, MSG_M8);
     std::array<uint8_t, 16> echoed = n1;
     if (faulty(Fault::Kind::WrongEnrolleeNonce, MSG_M8)) echoed[0] ^= 0x01;
     w.add(ATTR_ENROLLEE_NONCE, echoed, 16);
@@ -264,7 +274,7 @@ Bytes Session::build_m8() {
     Bytes credential;
     AttrWriter c(credential, config.fault, MSG_M8);
     Bytes address = config.enrollee_address.empty() ? enrollee_address : config.enrollee_address;
-    if (config.fault.kind == Fault::Kind::WrongMacAddress && !address.empty()) address[0] ^= 0x01;
+    if (config.fault.kind == Fault::Kind::WrongMacAddress && !address.empty()) address.back() ^= 0x01;
     c.add(ATTR_MAC_ADDRESS, address, address.size());
     if (config.wps_mode == 3) {
         if (config.certificate_needed != 0) {

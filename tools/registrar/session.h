@@ -85,7 +85,7 @@ struct Session {
     bool fragment_m8(std::span<const uint8_t> body);
 
     // ---- Shared helpers (messages_out.cpp) ----
-    void begin_message(wire::AttrWriter& w, uint8_t message);
+    void begin_message(Bytes& body, wire::AttrWriter& w, uint8_t message);
     void finish_with_authenticator(Bytes& body, uint8_t message);
     void pad_settings(Bytes& settings, uint8_t message) const;
     void add_key_wrap_auth(Bytes& settings, uint8_t message) const;
