@@ -1,0 +1,159 @@
+// M2 parser: every check in its order with its own code and line, the stores it makes (and keeps
+// on a later failure), the peer-certificate flag and the certificate-mode rule.
+#include <gtest/gtest.h>
+
+#include "crypto_trace.h"
+#include "exchange_fixture.h"
+
+namespace {
+
+using namespace msgtest;
+
+using Mutation = void (*)(std::vector<Attr>&);
+
+struct M2Case {
+    const char* name;
+    uint32_t wps_mode;
+    Mutation mutate;
+    int32_t code;
+    const char* line;  // the failure line, when not the usual one
+    bool authenticate = true;
+};
+
+void set_value(std::vector<Attr>& a, uint16_t type, Bytes v) { find_attr(a, type)->value = std::move(v); }
+
+const M2Case kM2Cases[] = {
+    {"NoRegistrarNonce", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_REGISTRAR_NONCE); }, -18, nullptr},
+    {"ShortRegistrarNonce", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_REGISTRAR_NONCE, Bytes(15, 1)); }, -18, nullptr},
+    {"NoUuidR", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_UUID_R); }, -25, nullptr},
+    {"PublicKeyWithoutTemporaryKey", WAPI_WPS_PSK, [](auto& a) { find_attr(a, ATTR_PUBLIC_KEY)->value.resize(64); }, -19, nullptr},
+    {"NoAuthenticator", WAPI_WPS_PSK, [](auto&) {}, -20, nullptr, false},
+    {"KeyAgreementFails", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_PUBLIC_KEY, Bytes(128, 0)); }, -21,
+     "Unpack M2 error, ComputerExchangeKey error code is -21.\r\n"},
+    {"NoVersion", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_VERSION); }, -22, nullptr},
+    {"MessageTypeM2D", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MSG_TYPE, {WPS_MSG_TYPE_M2D}); }, -23, nullptr},
+    {"WrongEnrolleeNonce", WAPI_WPS_PSK, [](auto& a) { find_attr(a, ATTR_ENROLLEE_NONCE)->value[15] ^= 1; }, -24, nullptr},
+    {"NoEnrolleeNonce", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_ENROLLEE_NONCE); }, -24, nullptr},
+    {"AuthTypeFlagsOneByte", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_AUTH_TYPE_FLAGS, {0x20}); }, -26, nullptr},
+    {"NoEncrTypeFlags", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_ENCR_TYPE_FLAGS); }, -27, nullptr},
+    {"NoConnectionTypeFlags", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_CONNECTION_TYPE_FLAGS); }, -28, nullptr},
+    {"ConfigMethodsThreeBytes", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_CONFIG_METHODS, {0, 0, 0x8C}); }, -29, nullptr},
+    {"Manufacturer33", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MANUFACTURER, Bytes(33, 'm')); }, -30, nullptr},
+    {"ManufacturerLargerThanTheValueBuffer", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MANUFACTURER, Bytes(1100, 'm')); }, -30, nullptr},
+    {"ModelName33", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MODEL_NAME, Bytes(33, 'n')); }, -31, nullptr},
+    {"NoModelNumber", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_MODEL_NUMBER); }, -32, nullptr},
+    {"SerialNumber33", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_SERIAL_NUMBER, Bytes(33, 's')); }, -33, nullptr},
+    {"PrimaryDeviceType7", WAPI_WPS_PSK, [](auto& a) { find_attr(a, ATTR_PRIMARY_DEV_TYPE)->value.resize(7); }, -34, nullptr},
+    {"WapiFlavourWithWifiOui", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_PRIMARY_DEV_TYPE, {0, 1, 0x00, 0x50, 0xF2, 0x04, 0, 1}); }, -36, nullptr},
+    {"WifiFlavourWithWapiOui", WIFI_WPS, [](auto& a) { set_value(a, ATTR_PRIMARY_DEV_TYPE, {0, 1, 0x00, 0x00, 0x14, 0x72, 0, 1}); }, -35, nullptr},
+    {"DeviceName33", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_DEVICE_NAME, Bytes(33, 'd')); }, -37, nullptr},
+    {"NoRfBands", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_RF_BANDS); }, -38, nullptr},
+    {"AssociationStateOneByte", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_ASSOCIATION_STATE, {0}); }, -39, nullptr},
+    {"NoConfigurationError", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_CONFIG_ERROR); }, -40, nullptr},
+    {"NoDevicePasswordId", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_DEVICE_PASSWORD_ID); }, -41, nullptr},
+    {"OsVersionTwoBytes", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_OS_VERSION, {0, 1}); }, -42, nullptr},
+    {"CertificateModeMissing", WAPI_WPS_CERT, [](auto& a) { remove_attr(a, ATTR_CERTIFICATE_MODE); }, -42,
+     "Unpack M2 error, error code is -42 extension.\r\n"},
+    {"CertificateModeTwoBytes", WAPI_WPS_CERT, [](auto& a) { set_value(a, ATTR_CERTIFICATE_MODE, {1, 1}); }, -42,
+     "Unpack M2 error, error code is -42 extension.\r\n"},
+    {"CertificateModeThree", WAPI_WPS_CERT, [](auto& a) { set_value(a, ATTR_CERTIFICATE_MODE, {3}); }, -42,
+     "Unpack M2 error, error code is -42 ex.\r\n"},
+    // Accepted variants.
+    {"Manufacturer32", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MANUFACTURER, Bytes(32, 'm')); }, 0, nullptr},
+    {"ManufacturerEmpty", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_MANUFACTURER, {}); }, 0, nullptr},
+    {"PskModeWithoutCertificateMode", WAPI_WPS_PSK, [](auto& a) { remove_attr(a, ATTR_CERTIFICATE_MODE); }, 0, nullptr},
+    {"CertificateModeTwo", WAPI_WPS_CERT, [](auto& a) { set_value(a, ATTR_CERTIFICATE_MODE, {2}); }, 0, nullptr},
+    {"VersionValueNotExamined", WAPI_WPS_PSK, [](auto& a) { set_value(a, ATTR_VERSION, {0x20}); }, 0, nullptr},
+    {"WifiFlavour", WIFI_WPS, [](auto&) {}, 0, nullptr},
+};
+
+class M2Checks : public Exchange, public ::testing::WithParamInterface<M2Case> {};
+
+TEST_P(M2Checks, CodeAndLine) {
+    const M2Case& c = GetParam();
+    start(c.wps_mode);
+    std::vector<Attr> attrs = reg.m2_attrs();
+    c.mutate(attrs);
+    const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
+    const Bytes prev_before = bytes_of(g_PrevMsgBuf, g_PrevMsgLen);
+    TraceCapture trace;
+    EXPECT_EQ(m2(body), c.code);
+    if (c.code != 0) {
+        const std::string line = c.line != nullptr ? c.line
+                                                   : "Unpack M2 error, error code is " + std::to_string(c.code) + ".\r\n";
+        EXPECT_TRUE(trace.has(line)) << line;
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), prev_before) << "M1 stays the previous message";
+    } else {
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, M2Checks, ::testing::ValuesIn(kM2Cases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(Exchange, M2AcceptedStoresAndDerives) {
+    start(WAPI_WPS_CERT);
+    const Bytes body = valid_m2();
+    ASSERT_EQ(m2(body), 0);
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Nonce, 16), reg.nonce);
+    EXPECT_EQ(bytes_of(UUID_R, 16), reg.uuid);
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.PublicKey, 64), reg.pk_r());
+    const Bytes public_key = reg.public_key_attr();
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.TempPublicKey, 64), Bytes(public_key.begin() + 64, public_key.end()));
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Authenticator, 8), Bytes(body.end() - 8, body.end()));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), reg.auth_key);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.KeyWrapKey, 16), reg.key_wrap_key);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Emsk, 32), reg.emsk);
+    EXPECT_EQ(CertificateMode, 1);
+    EXPECT_EQ(g_PrevMsgLen, body.size());
+    EXPECT_EQ(bytes_of(g_PrevMsgBuf, body.size()), body);
+}
+
+TEST_F(Exchange, M2AuthenticatorMismatchAndPosition) {
+    start();
+    Bytes body = valid_m2();
+    body.back() ^= 0x01;
+    {
+        TraceCapture trace;
+        EXPECT_EQ(m2(body), -21);
+        EXPECT_TRUE(trace.has("Unpack M2 error, error code is -21.\r\n"));
+        EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), reg.auth_key) << "derived keys stay";
+    }
+    // A right value that is not the last attribute fails as well: the position is not searched.
+    start();
+    const Bytes good = valid_m2();
+    const Bytes moved = cat({good, tlv(ATTR_RF_BANDS, {0x03})});
+    EXPECT_EQ(m2(moved), -21);
+}
+
+TEST_F(Exchange, M2StoresBeforeAFailureStay) {
+    start();
+    std::vector<Attr> attrs = reg.m2_attrs();
+    remove_attr(attrs, ATTR_UUID_R);
+    EXPECT_EQ(m2(reg.authenticated(encode(attrs))), -25);
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Nonce, 16), reg.nonce);
+}
+
+TEST_F(Exchange, M2PeerCertificateFlag) {
+    const std::pair<Bytes, uint8_t> cases[] = {{{0x20, 0x00}, 1}, {{0xE0, 0x00}, 0}, {{0x00, 0x20}, 0}};
+    for (const auto& [flags, expected] : cases) {
+        start();
+        std::vector<Attr> attrs = reg.m2_attrs();
+        find_attr(attrs, ATTR_AUTH_TYPE_FLAGS)->value = flags;
+        EXPECT_EQ(m2(reg.authenticated(encode(attrs))), 0);
+        EXPECT_EQ(g_PeerCertFlag, expected);
+    }
+}
+
+TEST_F(Exchange, M2StatedLengthBeyondTheReadableBytesIsRefused) {
+    start();
+    const Bytes body = valid_m2();
+    EXPECT_EQ(UnpackMessageM2(std::span<const uint8_t>(body.data(), body.size() - 4),
+                              static_cast<int32_t>(body.size())),
+              -20);
+    EXPECT_EQ(UnpackMessageM2(body, static_cast<int32_t>(body.size()) + 8), -21);
+    EXPECT_EQ(UnpackMessageM2(body, 0), -18);
+    EXPECT_EQ(UnpackMessageM2(body, -5), -18);
+}
+
+}  // namespace
