@@ -68,6 +68,11 @@ bool Link::open(const std::string& iface, std::string& error) {
     // Our own transmissions are not wanted back; where the direction cannot be set, receive()
     // drops frames from our own address instead.
     pcap_setdirection(p, PCAP_D_IN);
+    // Non-blocking, so that receive() waits with poll() and always keeps its deadline.
+    if (pcap_setnonblock(p, 1, errbuf) != 0) {
+        error = std::string("cannot make the capture non-blocking: ") + errbuf;
+        return false;
+    }
     return true;
 }
 
@@ -113,10 +118,15 @@ Link::Receive Link::receive(Mac& src, Mac& dst, Bytes& eapol, int timeout_ms, st
         if (now >= deadline) {
             return Receive::Timeout;
         }
-        if (rc == 0 && fd >= 0) {
+        if (rc == 0) {
             auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count();
-            pollfd pfd{fd, POLLIN, 0};
-            poll(&pfd, 1, static_cast<int>(left < 100 ? left + 1 : 100));
+            const int wait_ms = static_cast<int>(left < 100 ? left + 1 : 100);
+            if (fd >= 0) {
+                pollfd pfd{fd, POLLIN, 0};
+                poll(&pfd, 1, wait_ms);
+            } else {
+                poll(nullptr, 0, wait_ms);
+            }
         }
     }
 }
