@@ -1,0 +1,50 @@
+# Convenience entry points; everything real is CMake + Ninja + CTest.
+#   make demo    build the command-line host and run its demo exchange
+#   make test    install missing packages, then build and test with g++, clang (ASan+UBSan) and
+#                mingw-w64 (under Wine); prints one line per configuration and the totals
+#   make bench   build and run the benchmarks (Release)
+#   make fuzz    build the fuzz targets with clang + libFuzzer and run each for FUZZ_SECONDS
+JOBS ?= 2
+BUILD_TYPE ?= Debug
+FUZZ_SECONDS ?= 60
+export JOBS BUILD_TYPE
+
+CMAKE_LINUX = cmake -G Ninja -S . -B build/linux -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
+	-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++
+
+.PHONY: all deps test test-linux test-asan test-windows demo bench fuzz clean
+
+all: demo
+
+deps:
+	scripts/install-deps.sh
+
+test: deps
+	scripts/test-all.sh
+
+test-linux test-asan test-windows: deps
+	CONFIGS=$(@:test-%=%) scripts/test-all.sh
+
+demo:
+	$(CMAKE_LINUX) >/dev/null
+	ninja -C build/linux -j$(JOBS) wapiwps_cli
+	build/linux/bin/wapiwps demo
+
+bench:
+	cmake -G Ninja -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_BENCH=ON \
+		-DWAPIWPS_BUILD_TESTS=OFF -DWAPIWPS_BUILD_TOOLS=OFF >/dev/null
+	ninja -C build/bench -j$(JOBS)
+	@set -e; for b in build/bench/bin/bench_*; do echo "== $$b"; $$b; done
+
+fuzz:
+	cmake -G Ninja -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DWAPIWPS_BUILD_FUZZ=ON \
+		-DWAPIWPS_SANITIZE=ON -DWAPIWPS_BUILD_TESTS=OFF -DWAPIWPS_BUILD_TOOLS=OFF >/dev/null
+	ninja -C build/fuzz -j$(JOBS)
+	@set -e; for f in build/fuzz/bin/fuzz_*; do \
+		t=$$(basename $$f); c=fuzz/corpus/$${t#fuzz_}; w=build/fuzz/corpus/$${t#fuzz_}; \
+		mkdir -p $$w $$c; echo "== $$t for $(FUZZ_SECONDS) s"; \
+		$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$w $$c; done
+
+clean:
+	rm -rf build
