@@ -76,8 +76,35 @@ bool read_curve(const uint8_t* block, CurveMpis& c) {
     return c.p && c.a && c.b && c.gx && c.gy && c.n;
 }
 
+// Miller-Rabin with the first sixteen primes as fixed bases. Deterministic on purpose: the
+// enrollee opens its session while the operating system loads it, and libgcrypt's own prime
+// test would start its random generator there (on Windows, an entropy poll under the loader
+// lock). The block comes from the host, not from the air, so fixed bases are enough.
+constexpr unsigned kPrimeBases[] = {2, 3, 5, 7, 11, 13, 17, 19, 23, 29, 31, 37, 41, 43, 47, 53};
+
 bool is_prime(gcry_mpi_t m) {
-    return gcry_prime_check(m, 0) == 0;
+    for (unsigned b : kPrimeBases) {
+        if (gcry_mpi_cmp_ui(m, b) == 0) return true;
+    }
+    if (gcry_mpi_cmp_ui(m, kPrimeBases[15]) < 0 || !gcry_mpi_test_bit(m, 0)) return false;
+    Mpi m_minus_1(gcry_mpi_new(0)), d(gcry_mpi_new(0)), a(gcry_mpi_new(0)), x(gcry_mpi_new(0));
+    gcry_mpi_sub_ui(m_minus_1.get(), m, 1);
+    unsigned s = 0;
+    while (!gcry_mpi_test_bit(m_minus_1.get(), s)) ++s;
+    gcry_mpi_rshift(d.get(), m_minus_1.get(), s);
+    for (unsigned b : kPrimeBases) {
+        gcry_mpi_set_ui(a.get(), b);
+        gcry_mpi_powm(x.get(), a.get(), d.get(), m);
+        if (gcry_mpi_cmp_ui(x.get(), 1) == 0 || gcry_mpi_cmp(x.get(), m_minus_1.get()) == 0)
+            continue;
+        bool witness = true;
+        for (unsigned i = 1; i < s && witness; ++i) {
+            gcry_mpi_mulm(x.get(), x.get(), x.get(), m);
+            if (gcry_mpi_cmp(x.get(), m_minus_1.get()) == 0) witness = false;
+        }
+        if (witness) return false;
+    }
+    return true;
 }
 
 // p an odd prime above 3; a, b reduced; 4a^3 + 27b^2 != 0 (mod p).

@@ -127,12 +127,12 @@ class Parser {
         take('{');
         if (take('}')) return true;
         do {
-            std::pair<std::string, JsonValue> member;
+            std::string key;
+            JsonValue member;
             skip_space();
-            if (!string(member.first) || !take(':') || !value(member.second, depth + 1)) {
-                return false;
-            }
-            v.members.push_back(std::move(member));
+            if (!string(key) || !take(':') || !value(member, depth + 1)) return false;
+            v.keys.push_back(std::move(key));
+            v.values.push_back(std::move(member));
         } while (take(','));
         return take('}');
     }
@@ -163,8 +163,8 @@ int hex_digit(char c) {
 }  // namespace
 
 const JsonValue* JsonValue::find(const std::string& key) const {
-    for (const auto& m : members) {
-        if (m.first == key) return &m.second;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        if (keys[i] == key) return &values[i];
     }
     return nullptr;
 }

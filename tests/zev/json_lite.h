@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace zevtest {
@@ -16,7 +15,8 @@ struct JsonValue {
     bool boolean = false;
     std::string text;  // a string's value, or a number as written
     std::vector<JsonValue> items;
-    std::vector<std::pair<std::string, JsonValue>> members;
+    std::vector<std::string> keys;  // an object's member names, parallel to values
+    std::vector<JsonValue> values;
 
     // The member named key of an object, or nullptr (also for a non-object).
     const JsonValue* find(const std::string& key) const;
