@@ -38,8 +38,8 @@ int run_demo(const Options& opt) {
         std::fprintf(stderr, "wapiwps: secure-chip simulator: %s\n", error.c_str());
         return kExitSetup;
     }
-    std::printf("wapiwps demo: %s, %s signing, %s\n", mode_name(opt.wps_mode),
-                opt.secure_chip ? "secure-chip" : "software",
+    const char* signing = opt.wps_mode != 3 ? "" : opt.secure_chip ? ", secure-chip signing" : ", software signing";
+    std::printf("wapiwps demo: %s%s, %s\n", mode_name(opt.wps_mode), signing,
                 opt.pin ? ("PIN " + *opt.pin).c_str() : "push button (password \"00000000\")");
     std::printf("  enrollee %s (library), registrar %s (reference, in-process)%s\n",
                 mac_to_string(kDemoEnrolleeMac).c_str(), mac_to_string(kDemoRegistrarMac).c_str(),
