@@ -23,7 +23,7 @@
 // is made while holding it, so status 1 and 2 are reported in the order the connection changed
 // and a drop is reported exactly once. The callback must therefore not call back into the client.
 // The pipe I/O itself runs without the lock; a watcher that drops the pipe in the middle of a
-// transaction interrupts it and leaves the close to the transaction (see pipe_orphaned).
+// transaction interrupts it and leaves the close to the transaction (see transaction_pipe).
 struct SecureChipClient {
     platform::ChipPipe* hPipe = nullptr;
     std::atomic<int32_t> running{0};
@@ -37,8 +37,8 @@ struct SecureChipClient {
     platform::ChipThread* hThread = nullptr;
 
     std::mutex lock;
-    bool in_transaction = false;  // the protocol thread is doing I/O on hPipe
-    bool pipe_orphaned = false;   // dropped by the watcher during that I/O; the transaction closes it
+    platform::ChipPipe* transaction_pipe = nullptr;  // the pipe the protocol thread is using
+    bool pipe_orphaned = false;  // that pipe was dropped meanwhile; the transaction closes it
 };
 
 // Status codes handed to statusCallback.

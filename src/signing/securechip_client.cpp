@@ -29,7 +29,7 @@ void report_locked(SecureChipClient* client, int32_t status) {
 // handle is never closed under a thread that is using it.
 void drop_pipe_locked(SecureChipClient* client) {
     if (client->hPipe == nullptr) return;
-    if (client->in_transaction) {
+    if (client->hPipe == client->transaction_pipe) {
         platform::chip_pipe_interrupt(client->hPipe);
         client->pipe_orphaned = true;
     } else {
@@ -212,7 +212,7 @@ int32_t secure_chip_transact_counted(SecureChipClient* client, const uint8_t* re
     {
         std::lock_guard<std::mutex> guard(client->lock);
         pipe = client->hPipe;
-        client->in_transaction = (pipe != nullptr);
+        client->transaction_pipe = pipe;
     }
 
     // A missing pipe fails like a write on a null handle. Requests come one at a time from the
@@ -230,7 +230,7 @@ int32_t secure_chip_transact_counted(SecureChipClient* client, const uint8_t* re
 
     {
         std::lock_guard<std::mutex> guard(client->lock);
-        client->in_transaction = false;
+        client->transaction_pipe = nullptr;
         if (client->pipe_orphaned) {
             // The watcher dropped the pipe (and reported it) while we were using it.
             platform::chip_pipe_close(pipe);

@@ -2,6 +2,7 @@
 // commands byte for byte, every misbehaviour of the service, and the wrappers M7 calls.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -67,6 +68,11 @@ void record_status(int32_t* status, void* context) {
     log->changed.notify_all();
 }
 
+platform::ChipPipe* client_pipe(SecureChipClient* client) {
+    std::lock_guard<std::mutex> guard(client->lock);
+    return client->hPipe;
+}
+
 bool client_connected(SecureChipClient* client) {
     std::lock_guard<std::mutex> guard(client->lock);
     return client->connected != 0;
@@ -116,7 +122,7 @@ protected:
 
 TEST_F(SecureChipTest, ConnectsAfterStartWithStatusOpened) {
     EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{kChipStatusOpened}));
-    EXPECT_NE(client_->hPipe, nullptr);
+    EXPECT_NE(client_pipe(client_), nullptr);
 }
 
 TEST_F(SecureChipTest, ExportRequestAndKeyAreExact) {
@@ -183,7 +189,7 @@ TEST_F(SecureChipTest, ServiceStopReportsLostOnceAndRestartReconnects) {
     ASSERT_TRUE(log_->wait_count(2));
     EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
     EXPECT_FALSE(client_connected(client_));
-    EXPECT_EQ(client_->hPipe, nullptr);
+    EXPECT_EQ(client_pipe(client_), nullptr);
 
     // Requests while the service is down fail at once and report nothing more.
     uint8_t sig[48];
@@ -295,8 +301,11 @@ TEST_F(SecureChipTest, VanishingServiceFailsTransactionReportsLostOnceThenReconn
     uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
     uint8_t dest[1024];
     EXPECT_EQ(SecureChipTransact(client_, request, sizeof request, 1024, dest), -2);
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
-    EXPECT_EQ(client_->hPipe, nullptr);
+    // The watcher may already be reconnecting (status 1); the drop itself is reported once.
+    std::vector<int32_t> codes = log_->snapshot();
+    ASSERT_GE(codes.size(), 2u);
+    EXPECT_EQ(std::vector<int32_t>(codes.begin(), codes.begin() + 2), (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(std::count(codes.begin(), codes.end(), 2), 1);
 
     // The service still runs: the watcher opens a new pipe.
     ASSERT_TRUE(log_->wait_count(3));
@@ -356,6 +365,10 @@ void capture_trace(void* context, const char* line) {
 
 TEST_F(SecureChipTest, ExportTracesLoginKeyOnlyWhenSecretsAllowed) {
     static TraceCapture cap;  // the watcher thread may trace too; the capture outlives the test
+    {
+        std::lock_guard<std::mutex> guard(cap.lock);
+        cap.text.clear();
+    }
     std::memset(g_SecureChipAdminLoginKey, 'k', sizeof g_SecureChipAdminLoginKey);  // no NUL
     g_SecureChipAdminLoginKeyLen = 256;
     SecureChipPrivateKeyIndex = 1;
@@ -369,7 +382,7 @@ TEST_F(SecureChipTest, ExportTracesLoginKeyOnlyWhenSecretsAllowed) {
                   std::string::npos);
         EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKeyLen 256\n"), std::string::npos);
         EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKey <hidden>\n"), std::string::npos);
-        EXPECT_EQ(cap.text.find("kkkk"), std::string::npos);
+        EXPECT_EQ(cap.text.find("kkkk"), std::string::npos) << cap.text;
         cap.text.clear();
     }
 
@@ -407,16 +420,12 @@ TEST_F(SecureChipTest, StartWpsSecureChipTwiceMakesTwoClientsAndUsesTheNewest) {
     ASSERT_EQ(export_key(&key), 0);
     EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
 
-    // Dropping the first client's pipe does not disturb the one in use.
-    uint8_t request[4] = {0, 0, 0, 0};
-    {
-        std::lock_guard<std::mutex> guard(first->lock);
-        platform::chip_pipe_interrupt(first->hPipe);
-    }
-    uint8_t dest[8];
-    EXPECT_LT(SecureChipTransact(first, request, sizeof request, 8, dest), 0);
-    ASSERT_EQ(export_key(&key), 0);
-    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+    // The older client keeps its own connection.
+    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 1};
+    uint8_t dest[56];
+    ASSERT_EQ(SecureChipTransact(first, request, sizeof request, sizeof dest, dest), 0);
+    auto key1 = sim_->public_key(1);
+    EXPECT_TRUE(std::equal(key1.begin(), key1.end(), dest + 8));
     StopWPS();
     EXPECT_EQ(g_IsDoSecureChip, 0);
     EXPECT_EQ(g_SecureChipClient, second);  // StopWPS leaves the client alone
