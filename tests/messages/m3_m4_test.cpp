@@ -1,0 +1,146 @@
+// M3 layout and values, and every M4 check with the state it leaves.
+#include <gtest/gtest.h>
+
+#include "crypto_trace.h"
+#include "exchange_fixture.h"
+
+namespace {
+
+using namespace msgtest;
+
+TEST_F(Exchange, M3LayoutHashesAndAuthenticator) {
+    start(WAPI_WPS_PSK, "1234567");  // odd length: 4/3 split
+    const Bytes m2_body = valid_m2();
+    ASSERT_EQ(m2(m2_body), 0);
+    const Bytes body = build(BuildMessageM3);
+    const Bytes psk1 = hmac(reg.auth_key, text("1234"));
+    const Bytes psk2 = hmac(reg.auth_key, text("567"));
+    const Bytes pke = Registrar::pk_e(), pkr = reg.pk_r();
+    const Bytes e_hash1 = hmac(reg.auth_key, cat({bytes_of(g_EnrolleeKeys.SecretNonce1, 16), head(psk1, 16), pke, pkr}));
+    const Bytes e_hash2 = hmac(reg.auth_key, cat({bytes_of(g_EnrolleeKeys.SecretNonce2, 16), head(psk2, 16), pke, pkr}));
+    const Bytes before_auth = cat({
+        tlv(0x104A, {0x10}),     // Version
+        tlv(0x1022, {0x07}),     // Message Type M3
+        tlv(0x1039, reg.nonce),  // Registrar Nonce
+        tlv(0x1014, e_hash1),    // E-Hash1
+        tlv(0x1015, e_hash2),    // E-Hash2
+    });
+    const Bytes expected = cat({before_auth, tlv(0x1005, head(hmac(reg.auth_key, cat({m2_body, before_auth})), 8))});
+    ASSERT_EQ(body, expected);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk1, 32), psk1);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk2, 32), psk2);
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Authenticator, 8), Bytes(body.end() - 8, body.end()));
+    EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
+}
+
+using Mutation = void (*)(std::vector<Attr>&, const Registrar&);
+
+struct M4Case {
+    const char* name;
+    Mutation mutate;
+    int32_t code;
+    bool authenticate = true;
+};
+
+Bytes settings_with(const Registrar& r, uint16_t nonce_type, Bytes nonce) {
+    return settings_plain(nonce_type, nonce, r.auth_key);
+}
+
+const M4Case kM4Cases[] = {
+    {"NoAuthenticator", [](auto&, const auto&) {}, -43, false},
+    {"NoVersion", [](auto& a, const auto&) { remove_attr(a, ATTR_VERSION); }, -45},
+    {"MessageTypeM6", [](auto& a, const auto&) { find_attr(a, ATTR_MSG_TYPE)->value = {WPS_MSG_TYPE_M6}; }, -46},
+    {"WrongEnrolleeNonce", [](auto& a, const auto&) { find_attr(a, ATTR_ENROLLEE_NONCE)->value[0] ^= 1; }, -47},
+    {"NoEnrolleeNonce", [](auto& a, const auto&) { remove_attr(a, ATTR_ENROLLEE_NONCE); }, -47},
+    {"RHash1Short", [](auto& a, const auto&) { find_attr(a, ATTR_R_HASH1)->value.resize(31); }, -48},
+    {"NoRHash2", [](auto& a, const auto&) { remove_attr(a, ATTR_R_HASH2); }, -49},
+    {"NoEncryptedSettings", [](auto& a, const auto&) { remove_attr(a, ATTR_ENCR_SETTINGS); }, -50},
+    {"SettingsLargerThanTheWorkBuffer",
+     [](auto& a, const auto& r) { find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(Bytes(2040, 0x10)); }, -50},
+    {"WrongKeyWrapAuthenticator",
+     [](auto& a, const auto& r) {
+         Bytes p = r.m4_settings();
+         p[30] ^= 1;
+         find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(p);
+     }, -51},
+    {"SettingsTooShortForTheKeyWrapAuthenticator",
+     [](auto& a, const auto& r) { find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(head(r.m4_settings(), 28)); }, -51},
+    {"SettingsOnlyAnIv", [](auto& a, const auto&) { find_attr(a, ATTR_ENCR_SETTINGS)->value = Bytes(16, 7); }, -51},
+    {"RS1DoesNotMatchRHash1",
+     [](auto& a, const auto& r) { find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(settings_with(r, ATTR_R_SNONCE1, Bytes(16, 0x99))); },
+     -52},
+    // Accepted variants.
+    {"VersionValueNotExamined", [](auto& a, const auto&) { find_attr(a, ATTR_VERSION)->value = {0x11}; }, 0},
+    {"InnerTypesNotExamined",
+     [](auto& a, const auto& r) { find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(settings_with(r, 0x7777, r.r_s1)); }, 0},
+    {"PaddingNotExamined",
+     [](auto& a, const auto& r) {
+         Bytes p = head(r.m4_settings(), 32);
+         p.push_back(0xFF);
+         find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(p);
+     }, 0},
+};
+
+class M4Checks : public Exchange, public ::testing::WithParamInterface<M4Case> {};
+
+TEST_P(M4Checks, CodeAndLine) {
+    const M4Case& c = GetParam();
+    through_m3();
+    std::vector<Attr> attrs = reg.m4_attrs(reg.m4_settings());
+    c.mutate(attrs, reg);
+    const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
+    TraceCapture trace;
+    EXPECT_EQ(m4(body), c.code);
+    if (c.code != 0) {
+        EXPECT_TRUE(trace.has("Unpack M4 error, error code is " + std::to_string(c.code) + ".\r\n"));
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), m3) << "M3 stays the previous message";
+    } else {
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Steps, M4Checks, ::testing::ValuesIn(kM4Cases),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(Exchange, M4AuthenticatorMismatchAndPosition) {
+    through_m3();
+    Bytes body = valid_m4();
+    body[body.size() - 3] ^= 0x40;
+    EXPECT_EQ(m4(body), -44);
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Authenticator, 8), Bytes(body.end() - 8, body.end()))
+        << "the received value is stored before the check";
+    const Bytes moved = cat({valid_m4(), tlv(ATTR_VERSION, {0x10})});
+    EXPECT_EQ(m4(moved), -44);
+}
+
+TEST_F(Exchange, M4AcceptedState) {
+    through_m3();
+    const Bytes body = valid_m4();
+    TraceCapture trace;
+    ASSERT_EQ(m4(body), 0);
+    EXPECT_TRUE(trace.has("DecryptMessage success  outlen = 48.\r\n"));
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.SecretNonce1, 16), reg.r_s1);
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Hash1, 32), reg.r_hash(1));
+    EXPECT_EQ(bytes_of(g_RegistrarKeys.Hash2, 32), reg.r_hash(2));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash1, 32), reg.r_hash(1)) << "R-Hash1 recomputed into Hash1";
+    EXPECT_EQ(g_PrevMsgLen, body.size());
+    EXPECT_EQ(bytes_of(g_PrevMsgBuf, body.size()), body);
+}
+
+TEST_F(Exchange, M4WifiFlavourOpensToNothing) {
+    through_m3(WIFI_WPS);
+    TraceCapture trace;
+    EXPECT_EQ(m4(valid_m4()), -51);
+    EXPECT_TRUE(trace.has("DecryptMessage success  outlen = 0.\r\n"));
+}
+
+TEST_F(Exchange, M4StatedLengthBeyondTheReadableBytes) {
+    through_m3();
+    const Bytes body = valid_m4();
+    EXPECT_EQ(UnpackMessageM4(std::span<const uint8_t>(body.data(), body.size() - 1),
+                              static_cast<int32_t>(body.size())),
+              -43);
+    EXPECT_EQ(UnpackMessageM4(body, 11), -43);
+}
+
+}  // namespace
