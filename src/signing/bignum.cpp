@@ -4,9 +4,6 @@
 
 namespace {
 
-uint32_t lo32(uint64_t v) { return static_cast<uint32_t>(v); }
-uint32_t hi32(uint64_t v) { return static_cast<uint32_t>(v >> 32); }
-
 // Treats an out-of-range count (possible only through a corrupted value) as the nearest legal
 // one, so that no routine indexes outside the limb array.
 int32_t used_limbs(const BigNum& a) {
@@ -36,6 +33,12 @@ void shift_right_1(BigNum& a) {
     bn_normalise(a);
 }
 
+int32_t significant_limbs(const BigNum& a) {
+    int32_t n = used_limbs(a);
+    while (n > 0 && a.limb[n - 1] == 0) --n;
+    return n;
+}
+
 bool is_even(const BigNum& a) { return bn_is_zero(a) || (a.limb[0] & 1u) == 0; }
 
 bool is_one(const BigNum& a) { return used_limbs(a) == 1 && a.limb[0] == 1; }
@@ -50,10 +53,7 @@ void half_mod(BigNum& x, const BigNum& m) {
 
 // ---- Basics ----------------------------------------------------------------------------------
 
-void bn_zero(BigNum& r) {
-    r.count = 0;
-    for (uint32_t& l : r.limb) l = 0;
-}
+void bn_zero(BigNum& r) { r = BigNum{}; }
 
 void bn_set_u32(BigNum& r, uint32_t v) {
     bn_zero(r);
@@ -78,10 +78,10 @@ void bn_normalise(BigNum& r) {
 }
 
 int32_t bn_bit_length(const BigNum& a) {
-    BigNum t = a;
-    bn_normalise(t);
-    if (t.count == 0) return 0;
-    return 32 * t.count - leading_zero_bits(t.limb[t.count - 1]);
+    int32_t n = used_limbs(a);
+    while (n > 0 && a.limb[n - 1] == 0) --n;
+    if (n == 0) return 0;
+    return 32 * n - leading_zero_bits(a.limb[n - 1]);
 }
 
 uint32_t bn_bit(const BigNum& a, int32_t i) {
@@ -156,12 +156,10 @@ int32_t bn_to_bytes_minimal(const BigNum& a, uint8_t* out, size_t bound, size_t*
 // ---- Arithmetic ------------------------------------------------------------------------------
 
 int32_t bn_compare(const BigNum& a, const BigNum& b) {
-    BigNum x = a, y = b;
-    bn_normalise(x);
-    bn_normalise(y);
-    if (x.count != y.count) return x.count < y.count ? -1 : 1;
-    for (int32_t i = x.count - 1; i >= 0; --i) {
-        if (x.limb[i] != y.limb[i]) return x.limb[i] < y.limb[i] ? -1 : 1;
+    const int32_t na = significant_limbs(a), nb = significant_limbs(b);
+    if (na != nb) return na < nb ? -1 : 1;
+    for (int32_t i = na - 1; i >= 0; --i) {
+        if (a.limb[i] != b.limb[i]) return a.limb[i] < b.limb[i] ? -1 : 1;
     }
     return 0;
 }
@@ -174,7 +172,7 @@ void bn_add(BigNum& r, const BigNum& a, const BigNum& b) {
     uint64_t carry = 0;
     for (int32_t i = 0; i < n; ++i) {
         const uint64_t s = uint64_t{i < na ? a.limb[i] : 0u} + (i < nb ? b.limb[i] : 0u) + carry;
-        t.limb[i] = lo32(s);
+        t.limb[i] = static_cast<uint32_t>(s);
         carry = s >> 32;
     }
     t.count = n;
@@ -196,7 +194,7 @@ void bn_sub(BigNum& r, const BigNum& a, const BigNum& b) {
     for (int32_t i = 0; i < na; ++i) {
         const uint64_t sub = uint64_t{i < nb ? b.limb[i] : 0u} + borrow;
         const uint64_t av = a.limb[i];
-        t.limb[i] = lo32(av - sub);
+        t.limb[i] = static_cast<uint32_t>(av - sub);
         borrow = av < sub ? 1u : 0u;
     }
     t.count = na;
@@ -211,8 +209,8 @@ uint32_t mul_accumulate_row(uint32_t* acc, const uint32_t* a, int32_t n, uint32_
     uint64_t carry = 0;
     for (int32_t i = 0; i < n; ++i) {
         const uint64_t v = uint64_t{a[i]} * m + acc[i] + carry;
-        acc[i] = lo32(v);
-        carry = hi32(v);
+        acc[i] = static_cast<uint32_t>(v);
+        carry = v >> 32;
     }
     return static_cast<uint32_t>(carry);
 }
@@ -241,18 +239,18 @@ void bn_mul(BigNum& r, const BigNum& a, const BigNum& b) {
 }
 
 void bn_mod(BigNum& r, const BigNum& a, const BigNum& m) {
-    BigNum mm = m, aa = a;
-    bn_normalise(mm);
-    bn_normalise(aa);
-    if (mm.count == 0) {
+    const int32_t n = significant_limbs(m), len = significant_limbs(a);
+    if (n == 0) {
         bn_zero(r);
         return;
     }
-    if (bn_compare(aa, mm) < 0) {
-        r = aa;
+    if (bn_compare(a, m) < 0) {
+        if (&r != &a) r = a;
+        r.count = len;
         return;
     }
-    const int32_t n = mm.count, len = aa.count;
+    const BigNum& mm = m;
+    const BigNum& aa = a;
     // Long division (Knuth's algorithm D) on normalised copies: shift both so that the divisor's
     // top bit is set, then produce one quotient limb per step, keeping only the remainder.
     const int32_t s = leading_zero_bits(mm.limb[n - 1]);
@@ -302,7 +300,7 @@ void bn_mod(BigNum& r, const BigNum& a, const BigNum& m) {
             uint64_t c = 0;
             for (int32_t i = 0; i < n; ++i) {
                 const uint64_t sum = uint64_t{u[i + j]} + v[i] + c;
-                u[i + j] = lo32(sum);
+                u[i + j] = static_cast<uint32_t>(sum);
                 c = sum >> 32;
             }
             u[j + n] = static_cast<uint32_t>(uint64_t{u[j + n]} + c);

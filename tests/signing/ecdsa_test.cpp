@@ -271,12 +271,14 @@ TEST_F(WithFakeClock, GeneratedKeysMatchLibgcrypt) {
     }
 }
 
-// Finds, by stepping the fake clock one second at a time, a draw whose key (or whose public x)
-// has a zero top byte; returns the file time, with the counter reset to `counter`.
+// Finds, by stepping the fake clock one second at a time from `first` seconds after kFileTime, a
+// draw whose key (or whose public x) has a zero top byte; returns the file time, with the counter
+// reset to `counter` before each draw. The tests start at the first hit of a search from 0
+// (found once; kept so that the suite stays fast) and would step on if the draw ever changed.
 namespace {
-uint64_t find_time(int32_t counter, bool want_short_x) {
+uint64_t find_time(int32_t counter, bool want_short_x, uint64_t first) {
     const CurveParams& c = curve_params();
-    for (uint64_t s = 0; s < 20000; ++s) {
+    for (uint64_t s = first; s < first + 20000; ++s) {
         const uint64_t t = kFileTime + s * 10000000ull;
         FakeClock::set(t);
         set_random_counter(counter);
@@ -295,8 +297,8 @@ uint64_t find_time(int32_t counter, bool want_short_x) {
 }  // namespace
 
 TEST_F(WithFakeClock, ShortPrivateKeyIsLeftAlignedAndItsSignatureNoLongerMatches) {
-    const uint64_t t = find_time(0, false);
-    ASSERT_NE(t, 0u);
+    const uint64_t t = find_time(0, false, 14);
+    ASSERT_EQ(t, kFileTime + 14 * 10000000ull);
     FakeClock::set(t);
     set_random_counter(0);
     uint8_t d[24] = {}, x[24] = {}, y[24] = {};
@@ -330,8 +332,8 @@ TEST_F(WithFakeClock, ShortPrivateKeyIsLeftAlignedAndItsSignatureNoLongerMatches
 }
 
 TEST_F(WithFakeClock, ShortPublicXIsLeftAligned) {
-    const uint64_t t = find_time(0, true);
-    ASSERT_NE(t, 0u);
+    const uint64_t t = find_time(0, true, 496);
+    ASSERT_EQ(t, kFileTime + 496 * 10000000ull);
     FakeClock::set(t);
     set_random_counter(0);
     uint8_t d[24] = {}, x[24], y[24] = {};
