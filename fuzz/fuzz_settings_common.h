@@ -1,0 +1,82 @@
+// Shared set-up of the M4 and M6 fuzz targets: a fixed key state as after an accepted M2, and a
+// builder that wraps a settings plaintext into a message with a valid Authenticator.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "api/context.h"
+#include "common/bytes.h"
+#include "crypto/crypto.h"
+#include "messages/messages.h"
+
+namespace fuzzsettings {
+
+inline void put_tlv(std::vector<uint8_t>& out, uint16_t type, const uint8_t* value, size_t len) {
+    uint8_t h[4];
+    put_be16(h, type);
+    put_be16(h + 2, static_cast<uint16_t>(len));
+    out.insert(out.end(), h, h + 4);
+    out.insert(out.end(), value, value + len);
+}
+
+// The key state of a run that has just sent M3 (or M5): fixed keys, nonces and a previous message.
+inline void reset_keys(uint32_t wps_mode) {
+    g_WPS_mode = wps_mode;
+    ResetPartyKeyInfo(g_EnrolleeKeys);
+    ResetPartyKeyInfo(g_RegistrarKeys);
+    for (int i = 0; i < 16; ++i) {
+        g_EnrolleeKeys.Nonce[i] = static_cast<uint8_t>(0xE0 + i);
+        g_EnrolleeKeys.KeyWrapKey[i] = static_cast<uint8_t>(0x30 + i);
+    }
+    for (int i = 0; i < 32; ++i) g_EnrolleeKeys.AuthKey[i] = static_cast<uint8_t>(0xA0 + i);
+    std::memset(g_EnrolleeKeys.PublicKey, 0x11, 64);
+    std::memset(g_RegistrarKeys.PublicKey, 0x22, 64);
+    std::memcpy(g_MyMsgInfo.DevicePassword, "12345670", 9);
+    ComputeEHashes();
+    std::memset(g_PrevMsgBuf, 0, kMsgBufLen);
+    std::memset(g_PrevMsgBuf, 0x5A, 100);
+    g_PrevMsgLen = 100;
+}
+
+// Seals `plain` (after optionally fixing its Key Wrap Authenticator) and wraps it with the
+// attributes of a message of type msg_type, R-Hashes included for M4, and a valid Authenticator.
+inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t> plain, bool fix_kwa,
+                                          bool with_r_hashes) {
+    if (fix_kwa && plain.size() >= 32) {
+        uint8_t mac[32];
+        HmacSHA256(g_EnrolleeKeys.AuthKey, 32, plain.data(), 20, mac);
+        std::memcpy(plain.data() + 24, mac, 8);
+    }
+    std::vector<uint8_t> body;
+    const uint8_t version = 0x10;
+    put_tlv(body, ATTR_VERSION, &version, 1);
+    put_tlv(body, ATTR_MSG_TYPE, &msg_type, 1);
+    put_tlv(body, ATTR_ENROLLEE_NONCE, g_EnrolleeKeys.Nonce, 16);
+    if (with_r_hashes) {
+        // R-Hashes that match the nonces in the plaintext, so that the final step can pass.
+        if (plain.size() >= 20) std::memcpy(g_RegistrarKeys.SecretNonce1, plain.data() + 4, 16);
+        uint8_t r1[32], r2[32];
+        ComputeRHash1(r1);
+        ComputeRHash2(r2);
+        put_tlv(body, ATTR_R_HASH1, r1, 32);
+        put_tlv(body, ATTR_R_HASH2, r2, 32);
+    } else {
+        // M6 checks R-S2 against the R-Hash2 that M4 brought: make them match.
+        if (plain.size() >= 20) std::memcpy(g_RegistrarKeys.SecretNonce2, plain.data() + 4, 16);
+        ComputeRHash2(g_RegistrarKeys.Hash2);
+    }
+    std::vector<uint8_t> sealed(plain.size() + 16);
+    uint16_t sealed_len = 0;
+    if (plain.size() <= 0xFFFF - 16)
+        EncryptMessage(plain.data(), static_cast<uint16_t>(plain.size()), sealed.data(), &sealed_len);
+    put_tlv(body, ATTR_ENCR_SETTINGS, sealed.data(), sealed_len);
+    uint8_t mac[32];
+    ComputeAuthenticator(g_EnrolleeKeys.AuthKey, g_PrevMsgBuf, g_PrevMsgLen, body.data(),
+                         static_cast<int32_t>(body.size()), mac);
+    put_tlv(body, ATTR_AUTHENTICATOR, mac, 8);
+    return body;
+}
+
+}  // namespace fuzzsettings
