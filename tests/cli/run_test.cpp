@@ -203,10 +203,10 @@ protected:
         if (geteuid() != 0 || std::system("command -v ip > /dev/null 2>&1") != 0) {
             GTEST_SKIP() << "network namespaces need root and iproute2";
         }
+        created_ = true;  // from here on TearDown removes whatever part was made
         if (!sh("ip netns add " + ns_e_) || !sh("ip netns add " + ns_r_)) {
             GTEST_SKIP() << "network namespaces are not permitted here";
         }
-        created_ = true;
         ASSERT_TRUE(sh("ip link add " + if_e_ + " type veth peer name " + if_r_));
         ASSERT_TRUE(sh("ip link set " + if_e_ + " netns " + ns_e_));
         ASSERT_TRUE(sh("ip link set " + if_r_ + " netns " + ns_r_));
@@ -215,9 +215,11 @@ protected:
     }
     void TearDown() override {
         if (created_) {
-            // Deleting the namespaces removes the veth pair with them.
+            // Deleting the namespaces removes the veth pair with them; a pair that never moved
+            // is removed by name.
             sh("ip netns del " + ns_e_);
             sh("ip netns del " + ns_r_);
+            sh("ip link del " + if_e_);
         }
     }
     static bool sh(const std::string& cmd) { return std::system((cmd + " > /dev/null 2>&1").c_str()) == 0; }
