@@ -114,6 +114,7 @@ Transcript run(Options o) {
     while (!to_registrar.empty() && frames < o.max_frames) {
         const Bytes frame = std::move(to_registrar.front());
         to_registrar.pop_front();
+        if (o.before_registrar) o.before_registrar(reg, frame, frames);
         ++frames;
         std::vector<registrar::Bytes> replies;
         const registrar::Status status = reg.handle(frame, replies);

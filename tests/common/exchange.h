@@ -5,6 +5,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -34,6 +35,9 @@ struct Options {
     bool reset_frag_offset = true;                     // g_FragOffset = 0 before the run
     registrar::Config registrar;                       // pin and modes are filled in
     size_t max_frames = 64;
+    // Called with the registrar and each enrollee frame (its index counted from 0) just before the
+    // frame is handed over: tests use it to slip other frames in first.
+    std::function<void(registrar::Registrar&, const Bytes&, size_t)> before_registrar;
 };
 
 // One frame and what its receiver made of it.
