@@ -92,3 +92,11 @@ int32_t svr_ExportSignPublicKey_ECC(SecureChipClient* client, uint32_t keyIndex,
 // Command 4: signs N bytes of data; r || s into signature (48 bytes). 0 or -1.
 int32_t svr_sign_ECC_ECDSA(SecureChipClient* client, uint32_t keyIndex, const uint8_t* signParam,
                            uint32_t dataLength, const uint8_t* data, uint8_t* signature);
+
+// The answer checks of the two commands, over the copied answer (response_len bytes) of which
+// `received` bytes came from the service. 0 with the payload in the 48-byte output, or -1 with
+// the output untouched.
+int32_t chip_parse_export_answer(const uint8_t* response, size_t response_len, size_t received,
+                                 uint8_t* publicKey);
+int32_t chip_parse_sign_answer(const uint8_t* response, size_t response_len, size_t received,
+                               uint8_t* signature);

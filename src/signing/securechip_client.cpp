@@ -262,6 +262,31 @@ int32_t SecureChipTransact(SecureChipClient* client, const uint8_t* request, uin
 // here: the payload must fit the caller's 48-byte buffer and must have arrived in full, so an
 // oversized L, an L below the header size or a cut-short answer fails with -1 and writes nothing.
 // A shorter payload is copied as it is (the rest of the output is left untouched).
+int32_t chip_parse_export_answer(const uint8_t* response, size_t response_len, size_t received,
+                                 uint8_t* publicKey) {
+    size_t kept = received < response_len ? received : response_len;
+    if (kept < kChipHeaderLen || get_be32(response) != 0) return -1;
+    uint32_t whole_len = get_be32(response + 4);
+    if (whole_len < kChipHeaderLen || whole_len > kept) return -1;
+    return copy_bounded(std::span<uint8_t>(publicKey, kChipPublicKeyLen),
+                        std::span<const uint8_t>(response + kChipHeaderLen, kept - kChipHeaderLen),
+                        whole_len - kChipHeaderLen)
+               ? 0
+               : -1;
+}
+
+int32_t chip_parse_sign_answer(const uint8_t* response, size_t response_len, size_t received,
+                               uint8_t* signature) {
+    size_t kept = received < response_len ? received : response_len;
+    if (kept < kChipHeaderLen || get_be32(response) != 0) return -1;
+    uint32_t payload_len = get_be32(response + 4);
+    return copy_bounded(std::span<uint8_t>(signature, kChipSignatureLen),
+                        std::span<const uint8_t>(response + kChipHeaderLen, kept - kChipHeaderLen),
+                        payload_len)
+               ? 0
+               : -1;
+}
+
 int32_t svr_ExportSignPublicKey_ECC(SecureChipClient* client, uint32_t keyIndex,
                                     uint32_t /*expectedLength*/, uint8_t* publicKey) {
     uint8_t request[kChipHeaderLen + 4];
@@ -274,16 +299,7 @@ int32_t svr_ExportSignPublicKey_ECC(SecureChipClient* client, uint32_t keyIndex,
     if (secure_chip_transact_counted(client, request, sizeof request, sizeof response, response,
                                      &received) != kChipTransactOk)
         return -1;
-    if (get_be32(response) != 0) return -1;
-    uint32_t whole_len = get_be32(response + 4);
-    if (whole_len < kChipHeaderLen || whole_len > received) return -1;
-    size_t payload_len = whole_len - kChipHeaderLen;
-    size_t kept = received < sizeof response ? received : sizeof response;
-    return copy_bounded(std::span<uint8_t>(publicKey, kChipPublicKeyLen),
-                        std::span<const uint8_t>(response + kChipHeaderLen, kept - kChipHeaderLen),
-                        payload_len)
-               ? 0
-               : -1;
+    return chip_parse_export_answer(response, sizeof response, received, publicKey);
 }
 
 // The request is bounded against its 10,240-byte buffer: data longer than 10,208 bytes fails
@@ -306,15 +322,7 @@ int32_t svr_sign_ECC_ECDSA(SecureChipClient* client, uint32_t keyIndex, const ui
                                      static_cast<uint32_t>(kChipSignHeaderLen + dataLength),
                                      sizeof response, response, &received) != kChipTransactOk)
         return -1;
-    if (get_be32(response) != 0) return -1;
-    uint32_t payload_len = get_be32(response + 4);
-    if (received < kChipHeaderLen || payload_len > received - kChipHeaderLen) return -1;
-    return copy_bounded(std::span<uint8_t>(signature, kChipSignatureLen),
-                        std::span<const uint8_t>(response + kChipHeaderLen,
-                                                 sizeof response - kChipHeaderLen),
-                        payload_len)
-               ? 0
-               : -1;
+    return chip_parse_sign_answer(response, sizeof response, received, signature);
 }
 
 // ---- The wrappers M7 uses -----------------------------------------------------------------------

@@ -50,8 +50,16 @@ public:
         }
         stop_event_ = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         if (stop_event_ == nullptr) return false;
+        // The first instance exists before the event is set, so a client that sees the service
+        // running finds the pipe too.
+        HANDLE first = create_instance();
+        if (first == INVALID_HANDLE_VALUE) {
+            CloseHandle(stop_event_);
+            stop_event_ = nullptr;
+            return false;
+        }
         started_ = true;
-        listener_ = std::thread([this] { listen(); });
+        listener_ = std::thread([this, first] { listen(first); });
         SetEvent(running_event_);
         return true;
     }
@@ -74,12 +82,16 @@ public:
 
 private:
     // Keeps one instance listening; each connected instance is served by a thread of its own.
-    void listen() {
-        for (;;) {
-            HANDLE pipe = CreateNamedPipeA(kPipeName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
-                                           PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
-                                           PIPE_UNLIMITED_INSTANCES, kPipeBufferLen,
-                                           kPipeBufferLen, 0, nullptr);
+    static HANDLE create_instance() {
+        return CreateNamedPipeA(kPipeName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
+                                PIPE_TYPE_MESSAGE | PIPE_READMODE_MESSAGE | PIPE_WAIT,
+                                PIPE_UNLIMITED_INSTANCES, kPipeBufferLen, kPipeBufferLen, 0,
+                                nullptr);
+    }
+
+    void listen(HANDLE first) {
+        for (HANDLE next = first;; next = INVALID_HANDLE_VALUE) {
+            HANDLE pipe = next != INVALID_HANDLE_VALUE ? next : create_instance();
             if (pipe == INVALID_HANDLE_VALUE) {
                 if (WaitForSingleObject(stop_event_, 100) == WAIT_OBJECT_0) return;
                 continue;
