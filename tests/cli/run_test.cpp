@@ -279,6 +279,41 @@ TEST_F(CliNamespaces, PskExchangeToUnicastPeer) {
     EXPECT_TRUE(enrollee.has("02:00:00:00:0e:01 -> 02:00:00:00:0e:02")) << enrollee.output;
 }
 
+// The registrar comes up after the enrollee has begun: the enrollee repeats EAPOL-Start, the
+// registrar serves the first one that reaches it and ignores the rest.
+TEST_F(CliNamespaces, RegistrarStartingLateGetsRepeatedStart) {
+    Outcome enrollee, registrar;
+    const std::string out_e = temp_path("late-enrollee.txt"), rc_e = temp_path("late-enrollee.rc");
+    std::remove(rc_e.c_str());
+    std::string enroll_cmd = "(timeout 40 ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY + " enroll --iface " +
+                             if_e_ + " --timeout 20 --mode psk > " + out_e + " 2>&1; echo $? > " + rc_e + ") &";
+    ASSERT_EQ(std::system(enroll_cmd.c_str()), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY + " registrar --iface " + if_r_ +
+                              " --timeout 20 --mode psk",
+                          45);
+    for (int i = 0; i < 450 && !std::ifstream(rc_e).good(); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    std::ifstream rc(rc_e), out(out_e);
+    rc >> enrollee.exit_code;
+    enrollee.output.assign(std::istreambuf_iterator<char>(out), std::istreambuf_iterator<char>());
+    std::remove(rc_e.c_str());
+    std::remove(out_e.c_str());
+    EXPECT_EQ(enrollee.exit_code, 0) << enrollee.output;
+    EXPECT_EQ(registrar.exit_code, 0) << registrar.output;
+    EXPECT_TRUE(enrollee.has("no answer yet: EAPOL-Start again")) << enrollee.output;
+    EXPECT_TRUE(enrollee.has("\"wapiwps-demo-psk\"")) << enrollee.output;
+}
+
+TEST_F(CliNamespaces, RegistrarTimesOutWithoutEnrollee) {
+    Outcome registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY + " registrar --iface " + if_r_ +
+                                  " --timeout 1", 30);
+    EXPECT_EQ(registrar.exit_code, 3) << registrar.output;
+    EXPECT_TRUE(registrar.has("timeout: no frame from the enrollee for 1 s")) << registrar.output;
+}
+
 TEST_F(CliNamespaces, EnrollTimesOutWithoutRegistrar) {
     Outcome enrollee = run_shell("ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY + " enroll --iface " + if_e_ +
                              " --timeout 2", 30);
