@@ -56,7 +56,8 @@ int load_env_sink() {
         sink = kEnvDebug;
     } else {
         // Anything else names a file that lines are appended to; an unopenable path discards.
-        FILE* file = std::fopen(target, "a");
+        // Binary mode: lines already end in "\r\n" and must not gain a second '\r' on Windows.
+        FILE* file = std::fopen(target, "ab");
         FILE* expected = nullptr;
         if (file != nullptr && !g_trace_file.compare_exchange_strong(expected, file)) {
             std::fclose(file);

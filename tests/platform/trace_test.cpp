@@ -146,7 +146,7 @@ TEST_F(TraceRouting, FileSinkAppendsLines) {
     std::string path = ::testing::TempDir() + "wapiwps_trace_test.log";
     std::remove(path.c_str());
     {
-        std::ofstream seed(path);
+        std::ofstream seed(path, std::ios::binary);
         seed << "earlier\n";
     }
     set_env("WAPIWPS_TRACE", path.c_str());
