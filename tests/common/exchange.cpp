@@ -31,12 +31,18 @@ Bytes strip_prefix(const Options& o, const uint8_t* out, uint32_t len, bool& pre
     return Bytes(out + WAPIWPS_PREFIX_LEN, out + len);
 }
 
-void read_cert_results(Transcript& t) {
+void read_cert_results(Transcript& t, bool chip) {
     std::vector<uint8_t> list(4096);
     std::array<uint8_t, 128> extra{};
     uint16_t list_len = 0, extra_len = 0;
-    t.cert_rc = GetWPSResult_Cert(t.cert_uuid_r.data(), list.data(), &list_len, &t.cert_count, extra.data(),
-                                  &extra_len, t.cert_private_key.data(), t.cert_public_key.data());
+    if (chip) {
+        t.cert_rc = GetWPSResult_Cert_SecureChip(t.cert_uuid_r.data(), list.data(), &list_len, &t.cert_count,
+                                                 extra.data(), &extra_len, &t.cert_key_index,
+                                                 t.cert_public_key.data());
+    } else {
+        t.cert_rc = GetWPSResult_Cert(t.cert_uuid_r.data(), list.data(), &list_len, &t.cert_count, extra.data(),
+                                      &extra_len, t.cert_private_key.data(), t.cert_public_key.data());
+    }
     if (t.cert_rc == 0) t.cert_list.assign(list.begin(), list.begin() + std::min<size_t>(list_len, list.size()));
 }
 
@@ -103,10 +109,18 @@ Transcript run(Options o) {
     std::vector<uint8_t> out(kFrameCap);
     uint32_t out_len = 0;
     const char* pin = o.pin ? o.pin->c_str() : nullptr;
-    if (StartWPS(local.data(), o.address_mode, o.wps_mode, peer.data(), pin, out.data(), &out_len) == 0) {
-        trace_set_callback(nullptr, nullptr, false);
-        return t;
+    if (o.secure_chip) {
+        // A failed client still leaves the run started (with software signing).
+        t.start_result = StartWPS_SecureChip(local.data(), o.address_mode, o.wps_mode, peer.data(), pin,
+                                             out.data(), &out_len);
+    } else {
+        t.start_result = StartWPS(local.data(), o.address_mode, o.wps_mode, peer.data(), pin, out.data(), &out_len);
+        if (t.start_result == 0) {
+            trace_set_callback(nullptr, nullptr, false);
+            return t;
+        }
     }
+    if (o.after_start) o.after_start();
     std::deque<Bytes> to_registrar;
     to_registrar.push_back(strip_prefix(o, out.data(), out_len, t.prefix_ok));
 
@@ -132,7 +146,7 @@ Transcript run(Options o) {
             t.steps.push_back(Step{true, reply, result, g_State_Machine, registrar::Status::Continue});
             if (result == WAPIWPS_RESULT_M8_DONE) {
                 t.m8_done = true;
-                if (o.wps_mode == WAPIWPS_MODE_WAPI_CERT) read_cert_results(t);
+                if (o.wps_mode == WAPIWPS_MODE_WAPI_CERT) read_cert_results(t, o.secure_chip);
                 else read_psk(t.psk_rc, t.psk);
             }
             const bool answered = out_len > 0 && result != WAPIWPS_RESULT_SUCCESS && result != WAPIWPS_RESULT_ENDED &&

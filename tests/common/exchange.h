@@ -33,6 +33,8 @@ struct Options {
                                       0xE8, 0xE9, 0xEA, 0xEB, 0xEC, 0xED, 0xEE, 0xEF};
     std::vector<Identity> identities;                  // SetCertIdentityStruct2 when not empty
     bool reset_frag_offset = true;                     // g_FragOffset = 0 before the run
+    bool secure_chip = false;                          // StartWPS_SecureChip, chip getters
+    std::function<void()> after_start;                 // e.g. wait for the chip client
     registrar::Config registrar;                       // pin and modes are filled in
     size_t max_frames = 64;
     // Called with the registrar and each enrollee frame (its index counted from 0) just before the
@@ -70,6 +72,8 @@ struct Transcript {
     uint16_t cert_count = 0;
     std::array<uint8_t, 24> cert_private_key{};
     std::array<uint8_t, 48> cert_public_key{};
+    uint32_t cert_key_index = 0;                        // chip runs
+    int32_t start_result = -1;                          // StartWPS or StartWPS_SecureChip
     // After the run: the PSK getter (which still answers after StopWPS).
     int32_t psk_rc_after = -2;
     Bytes psk_after;
