@@ -39,7 +39,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::vector<uint8_t> frame(data + pos, data + pos + len);
         pos += len;
         uint32_t out_len = 0xFFFFFFFF;
-        ProcessReceivePacket(frame.data(), static_cast<uint32_t>(frame.size()), out.data(), &out_len);
+        ProcessReceivePacket(frame.data(), static_cast<uint32_t>(frame.size()), out.data(),
+                             &out_len);
         if (out_len != 0xFFFFFFFF && out_len > WAPIWPS_MAX_FRAME_LEN) std::abort();
         if (g_FragOffset > kMsgBufLen) std::abort();
         if (g_State_Machine < WAIT_START || g_State_Machine > SEND_ACK_WAIT_FAILURE) std::abort();

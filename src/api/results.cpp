@@ -14,7 +14,7 @@ namespace {
 constexpr int32_t kNotThisMode = -1;
 constexpr int32_t kNoNewCertificate = 1;
 constexpr uint8_t kCertificateModeWithExtra = 2;
-constexpr size_t kNetworkKeyMax = 64;       // the key buffer the host provides
+constexpr size_t kNetworkKeyMax = 64;        // the key buffer the host provides
 constexpr size_t kCertListMax = kMsgBufLen;  // the certificate-list buffer the host provides
 constexpr size_t kSignParamLen = sizeof g_SecureChipSignParam;
 constexpr int32_t kChipBufferMax = 256;
@@ -105,11 +105,10 @@ int32_t GetWPSResult_Cert_SecureChip(uint8_t uuidR[16], uint8_t* certList, uint1
     return 0;
 }
 
-int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList,
-                                       uint16_t* certListLen, uint16_t* certCount,
-                                       uint8_t* extraCert, uint16_t* extraCertLen,
-                                       uint32_t* keyIndex, uint8_t pubKey[48],
-                                       uint8_t signParam[16]) {
+int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList, uint16_t* certListLen,
+                                       uint16_t* certCount, uint8_t* extraCert,
+                                       uint16_t* extraCertLen, uint32_t* keyIndex,
+                                       uint8_t pubKey[48], uint8_t signParam[16]) {
     trace("GetWPSResult_Cert.\r\n");
     const CertOutputs out{uuidR, certList, certListLen, certCount, extraCert, extraCertLen, pubKey};
     if (!all_present(out) || keyIndex == nullptr || signParam == nullptr) return kNotThisMode;

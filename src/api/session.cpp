@@ -36,7 +36,8 @@ constexpr uint16_t kConfigMethods = 0x008C;
 // A 32-byte UTF-8 name never needs more than 33 UTF-16 units; the rest is not read.
 constexpr size_t kNameUnitsRead = 64;
 
-static_assert(sizeof(kModelName) <= kTextFieldLen && kPrefixLen + kEapolHeaderLen <= kMaxOutFrameLen);
+static_assert(sizeof(kModelName) <= kTextFieldLen &&
+              kPrefixLen + kEapolHeaderLen <= kMaxOutFrameLen);
 
 void forget_identity_list() {
     g_IdentityCount = 0;

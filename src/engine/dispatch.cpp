@@ -32,7 +32,9 @@ struct Received {
 
 // Checkers report a negative code; the host sees its 16-bit pattern, zero-extended. Only the low
 // 16 bits decide whether the frame was refused.
-int32_t checker_result(int32_t code) { return static_cast<uint16_t>(code); }
+int32_t checker_result(int32_t code) {
+    return static_cast<uint16_t>(code);
+}
 
 // An answer has been built at rx.answer: count the prefix in front of it.
 int32_t answered(const Received& rx, int32_t result) {
@@ -45,7 +47,9 @@ int32_t answer_nack(const Received& rx, uint16_t configError) {
     return answered(rx, kResultAccepted);
 }
 
-int32_t drop_silently() { return kResultDropped; }
+int32_t drop_silently() {
+    return kResultDropped;
+}
 
 // ---- EAP-Failure, Identity, Start ---------------------------------------------------------------
 
@@ -106,8 +110,8 @@ int32_t on_start(const Received& rx) {
 using FrameParser = int32_t (*)(const uint8_t* frame, uint32_t frameLength);
 using FramePacker = int32_t (*)(uint8_t* buffer, uint32_t* outLength);
 
-int32_t on_message(const Received& rx, uint32_t expectedState, FrameParser unpack,
-                   FramePacker pack, uint32_t nextState) {
+int32_t on_message(const Received& rx, uint32_t expectedState, FrameParser unpack, FramePacker pack,
+                   uint32_t nextState) {
     if (g_State_Machine != expectedState) return drop_silently();
     g_EapIdentifier = rx.identifier;
     if (checker_result(unpack(rx.frame, rx.length)) != 0)
@@ -272,8 +276,8 @@ int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen, uint8_t* o
 
     // Read in host byte order on purpose: registrars of this protocol size their fragments for
     // exactly this copy length. Used only as the copy length of M8 fragments.
-    const int32_t payloadLength =
-        int32_t{frame_host16(frame, frameLen, OFF_EAP_LENGTH)} - static_cast<int32_t>(kWpsHeaderLen);
+    const int32_t payloadLength = int32_t{frame_host16(frame, frameLen, OFF_EAP_LENGTH)} -
+                                  static_cast<int32_t>(kWpsHeaderLen);
 
     if (frame_byte(frame, frameLen, OFF_OPCODE) == WSC_OP_START) return on_start(rx);
     return on_wps_message(rx, payloadLength);

@@ -29,8 +29,45 @@ static_assert(kIdentityWifiLen == 29 && kIdentityWapiLen == 31);
 static_assert(kPrefixLen + kFrameHeaderLen + kMaxBodyLen <= kMaxOutFrameLen);
 static_assert(kPrefixLen + kEapolHeaderLen + kEapHeaderLen + kIdentityWapiLen <= kMaxOutFrameLen);
 
-uint8_t flavour_eap_type() { return is_wifi_flavour() ? EAP_TYPE_WIFI : EAP_TYPE_WAPI; }
-const uint8_t (&flavour_vendor_id())[3] { return is_wifi_flavour() ? VENDOR_ID_WIFI : VENDOR_ID_WAPI; }
+// Checker codes. The EAP-Failure codes reuse three header values with other meanings, on purpose.
+enum : int32_t {
+    kErrIdentityFrameLength = -1,
+    kErrIdentityEapolType = -2,
+    kErrIdentityBodyLength = -3,
+    kErrIdentityEapCode = -4,
+    kErrIdentityEapType = -5,
+    kErrIdentityEapLength = -6,
+    kErrStartEapolType = -7,
+    kErrStartBodyLength = -8,
+    kErrStartEapCode = -9,
+    kErrStartWifiEapType = -10,
+    kErrStartWapiEapType = -11,
+    kErrStartEapLength = -12,
+    kErrStartWifiVendor = -13,
+    kErrStartWapiVendor = -14,
+    kErrStartVendorType = -15,
+    kErrStartOpcode = -16,
+    kErrStartFrameLength = -17,
+    kErrHeaderEapolType = -101,
+    kErrHeaderEapCode = -102,
+    kErrHeaderWifiEapType = -103,
+    kErrHeaderWapiEapType = -104,
+    kErrHeaderWifiVendor = -105,
+    kErrHeaderWapiVendor = -106,
+    kErrHeaderVendorType = -107,
+    kErrHeaderOpcode = -108,
+    kErrFailureFrameLength = -106,
+    kErrFailureEapolType = -107,
+    kErrFailureBodyLength = -108,
+    kErrFailureEapCode = -109,
+};
+
+uint8_t flavour_eap_type() {
+    return is_wifi_flavour() ? EAP_TYPE_WIFI : EAP_TYPE_WAPI;
+}
+const uint8_t (&flavour_vendor_id())[3] {
+    return is_wifi_flavour() ? VENDOR_ID_WIFI : VENDOR_ID_WAPI;
+}
 
 // One check of a checker table: the code it returns and the condition that refuses the frame.
 struct FrameCheck {
@@ -74,47 +111,70 @@ bool wrong_vendor_type(const uint8_t* f, uint32_t n) {
 
 // Message frame header, in the order the checks run.
 constexpr FrameCheck kHeaderChecks[] = {
-    {-101, wrong_eapol_type},
-    {-102, not_request},
-    {-103, wifi_wrong_type},
-    {-104, wapi_wrong_type},
-    {-105, wifi_wrong_vendor},
-    {-106, wapi_wrong_vendor},
-    {-107, wrong_vendor_type},
-    {-108, [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_MSG; }},
+    {kErrHeaderEapolType, wrong_eapol_type},
+    {kErrHeaderEapCode, not_request},
+    {kErrHeaderWifiEapType, wifi_wrong_type},
+    {kErrHeaderWapiEapType, wapi_wrong_type},
+    {kErrHeaderWifiVendor, wifi_wrong_vendor},
+    {kErrHeaderWapiVendor, wapi_wrong_vendor},
+    {kErrHeaderVendorType, wrong_vendor_type},
+    {kErrHeaderOpcode,
+     [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_MSG; }},
 };
 
 // EAP Request/Identity: the length test comes first, so the others read inside the frame.
 constexpr FrameCheck kIdentityChecks[] = {
-    {-1, [](const uint8_t*, uint32_t n) { return n != kIdentityRequestLen; }},
-    {-2, wrong_eapol_type},
-    {-3, [](const uint8_t* f, uint32_t n) { return frame_be16(f, n, OFF_EAPOL_LENGTH) != kIdentityBodyLen; }},
-    {-4, not_request},
-    {-5, [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_EAP_TYPE) != EAP_TYPE_IDENTITY; }},
-    {-6, [](const uint8_t* f, uint32_t n) { return frame_be16(f, n, OFF_EAP_LENGTH) != kIdentityBodyLen; }},
+    {kErrIdentityFrameLength, [](const uint8_t*, uint32_t n) { return n != kIdentityRequestLen; }},
+    {kErrIdentityEapolType, wrong_eapol_type},
+    {kErrIdentityBodyLength,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_be16(f, n, OFF_EAPOL_LENGTH) != kIdentityBodyLen;
+     }},
+    {kErrIdentityEapCode, not_request},
+    {kErrIdentityEapType,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_byte(f, n, OFF_EAP_TYPE) != EAP_TYPE_IDENTITY;
+     }},
+    {kErrIdentityEapLength,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_be16(f, n, OFF_EAP_LENGTH) != kIdentityBodyLen;
+     }},
 };
 
 // Start: the frame length is tested last, after every header field.
 constexpr FrameCheck kStartChecks[] = {
-    {-7, wrong_eapol_type},
-    {-8, [](const uint8_t* f, uint32_t n) { return frame_be16(f, n, OFF_EAPOL_LENGTH) != kStartBodyLen; }},
-    {-9, not_request},
-    {-10, wifi_wrong_type},
-    {-11, wapi_wrong_type},
-    {-12, [](const uint8_t* f, uint32_t n) { return frame_be16(f, n, OFF_EAP_LENGTH) != kStartBodyLen; }},
-    {-13, wifi_wrong_vendor},
-    {-14, wapi_wrong_vendor},
-    {-15, wrong_vendor_type},
-    {-16, [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_START; }},
-    {-17, [](const uint8_t*, uint32_t n) { return n != kStartFrameLen; }},
+    {kErrStartEapolType, wrong_eapol_type},
+    {kErrStartBodyLength,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_be16(f, n, OFF_EAPOL_LENGTH) != kStartBodyLen;
+     }},
+    {kErrStartEapCode, not_request},
+    {kErrStartWifiEapType, wifi_wrong_type},
+    {kErrStartWapiEapType, wapi_wrong_type},
+    {kErrStartEapLength,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_be16(f, n, OFF_EAP_LENGTH) != kStartBodyLen;
+     }},
+    {kErrStartWifiVendor, wifi_wrong_vendor},
+    {kErrStartWapiVendor, wapi_wrong_vendor},
+    {kErrStartVendorType, wrong_vendor_type},
+    {kErrStartOpcode,
+     [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_START; }},
+    {kErrStartFrameLength, [](const uint8_t*, uint32_t n) { return n != kStartFrameLen; }},
 };
 
 // EAP-Failure. Its codes overlap the header checker's on purpose; they are distinct checks.
 constexpr FrameCheck kFailureChecks[] = {
-    {-106, [](const uint8_t*, uint32_t n) { return n != kFailureFrameLen; }},
-    {-107, wrong_eapol_type},
-    {-108, [](const uint8_t* f, uint32_t n) { return frame_be16(f, n, OFF_EAPOL_LENGTH) != kFailureBodyLen; }},
-    {-109, [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_EAP_CODE) != EAP_CODE_FAILURE; }},
+    {kErrFailureFrameLength, [](const uint8_t*, uint32_t n) { return n != kFailureFrameLen; }},
+    {kErrFailureEapolType, wrong_eapol_type},
+    {kErrFailureBodyLength,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_be16(f, n, OFF_EAPOL_LENGTH) != kFailureBodyLen;
+     }},
+    {kErrFailureEapCode,
+     [](const uint8_t* f, uint32_t n) {
+         return frame_byte(f, n, OFF_EAP_CODE) != EAP_CODE_FAILURE;
+     }},
 };
 
 // ---- Sent side ---------------------------------------------------------------------------------
@@ -165,7 +225,8 @@ int32_t unpack_message(const uint8_t* frame, uint32_t frameLength, BodyParser pa
 
 }  // namespace
 
-// ---- Header writers ------------------------------------------------------------------------------
+// ---- Header writers
+// ------------------------------------------------------------------------------
 
 size_t AddEapolHeader(uint8_t* buffer, uint8_t packetType, uint16_t bodyLength) {
     buffer[0] = EAPOL_VERSION;
@@ -194,7 +255,8 @@ size_t AddWpsHeader(uint8_t* buffer, uint8_t opcode) {
     return kWpsHeaderLen;
 }
 
-// ---- Checkers ------------------------------------------------------------------------------------
+// ---- Checkers
+// ------------------------------------------------------------------------------------
 
 int32_t UnpackHeader(const uint8_t** frame, uint32_t frameLength) {
     const int32_t code = run_checks(kHeaderChecks, *frame, frameLength,
@@ -209,10 +271,11 @@ int32_t UnpackHeader(const uint8_t** frame, uint32_t frameLength) {
 int32_t UnpackRequestIdentity(const uint8_t* frame, uint32_t frameLength) {
     for (const FrameCheck& check : kIdentityChecks) {
         if (!check.refuses(frame, frameLength)) continue;
-        if (check.code == -3)
-            trace("Unpack Request Identity message erro, error code is -3, "
-                  "pEapolHead->BodyLength = %d.\r\n",
-                  static_cast<int>(frame_be16(frame, frameLength, OFF_EAPOL_LENGTH)));
+        if (check.code == kErrIdentityBodyLength)
+            trace(
+                "Unpack Request Identity message erro, error code is -3, "
+                "pEapolHead->BodyLength = %d.\r\n",
+                static_cast<int>(frame_be16(frame, frameLength, OFF_EAPOL_LENGTH)));
         else
             trace("Unpack Request Identity message erro, error code is %d.\r\n",
                   static_cast<int>(check.code));
@@ -236,7 +299,8 @@ int32_t UnpackFailure(const uint8_t* frame, uint32_t frameLength) {
     return code;
 }
 
-// ---- Packers without a message -------------------------------------------------------------------
+// ---- Packers without a message
+// -------------------------------------------------------------------
 
 int32_t PackEapolStart(uint8_t* buffer, uint32_t* outLength) {
     *outLength = static_cast<uint32_t>(AddEapolHeader(buffer, EAPOL_TYPE_START, 0));
@@ -256,7 +320,8 @@ int32_t PackResponseIdentity(uint8_t* buffer, uint32_t* outLength) {
     return 0;
 }
 
-// ---- Message wrappers, sent side -----------------------------------------------------------------
+// ---- Message wrappers, sent side
+// -----------------------------------------------------------------
 
 int32_t PackM1(uint8_t* buffer, uint32_t* outLength) {
     trace("Start Pack M1.\r\n");
@@ -315,7 +380,8 @@ int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError) {
     return 0;
 }
 
-// ---- Message wrappers, received side -------------------------------------------------------------
+// ---- Message wrappers, received side
+// -------------------------------------------------------------
 
 int32_t UnpackM2(const uint8_t* frame, uint32_t frameLength) {
     trace("Start Unpack M2.\r\n");
@@ -355,8 +421,8 @@ int32_t UnpackM8Entire(const uint8_t* buffer, uint32_t length) {
     trace("Start Unpack M8 Entire.\r\n");
     // Intended: the collected payloads carry no headers, yet the parser is told 18 bytes less,
     // as registrars of this protocol expect. Every collected byte stays readable.
-    const int32_t code = UnpackMessageM8(std::span<const uint8_t>(buffer, length),
-                                         stated_body_length(length));
+    const int32_t code =
+        UnpackMessageM8(std::span<const uint8_t>(buffer, length), stated_body_length(length));
     if (code == 0) trace("Unpack M8 success.\r\n");
     return code;
 }

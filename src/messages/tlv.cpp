@@ -11,7 +11,9 @@ namespace {
 constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kTlvLengthFieldOffset = 2;
 
-uint16_t byte_swapped(uint16_t v) { return static_cast<uint16_t>((v >> 8) | (v << 8)); }
+uint16_t byte_swapped(uint16_t v) {
+    return static_cast<uint16_t>((v >> 8) | (v << 8));
+}
 
 }  // namespace
 

@@ -6,7 +6,7 @@ namespace {
 using enginetest::Bytes;
 
 class ResultsTest : public enginetest::EngineTest {
-protected:
+  protected:
     void SetUp() override {
         EngineTest::SetUp();
         result.assign(300, 0);
@@ -41,11 +41,12 @@ protected:
         }
     };
     int32_t cert(Outputs& o) {
-        return GetWPSResult_Cert(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen, o.priv, o.pub);
+        return GetWPSResult_Cert(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen, o.priv,
+                                 o.pub);
     }
     int32_t chip(Outputs& o) {
-        return GetWPSResult_Cert_SecureChip(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen,
-                                            &o.keyIndex, o.pub);
+        return GetWPSResult_Cert_SecureChip(o.uuid, o.list, &o.listLen, &o.count, o.extra,
+                                            &o.extraLen, &o.keyIndex, o.pub);
     }
     int32_t chip_ex(Outputs& o) {
         return GetWPSResult_Cert_SecureChipEx(o.uuid, o.list, &o.listLen, &o.count, o.extra,
@@ -141,10 +142,14 @@ TEST_F(ResultsTest, NullOutputsAreRefused) {
     Outputs o;
     uint16_t len;
     EXPECT_EQ(-1, GetWPSResult_PSK(nullptr, &len));
-    EXPECT_EQ(-1, GetWPSResult_Cert(o.uuid, nullptr, &o.listLen, &o.count, o.extra, &o.extraLen, o.priv, o.pub));
-    EXPECT_EQ(-1, GetWPSResult_Cert(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen, nullptr, o.pub));
-    EXPECT_EQ(-1, GetWPSResult_Cert_SecureChip(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen, nullptr, o.pub));
-    EXPECT_EQ(-1, GetWPSResult_Cert_SecureChipEx(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen, &o.keyIndex, o.pub, nullptr));
+    EXPECT_EQ(-1, GetWPSResult_Cert(o.uuid, nullptr, &o.listLen, &o.count, o.extra, &o.extraLen,
+                                    o.priv, o.pub));
+    EXPECT_EQ(-1, GetWPSResult_Cert(o.uuid, o.list, &o.listLen, &o.count, o.extra, &o.extraLen,
+                                    nullptr, o.pub));
+    EXPECT_EQ(-1, GetWPSResult_Cert_SecureChip(o.uuid, o.list, &o.listLen, &o.count, o.extra,
+                                               &o.extraLen, nullptr, o.pub));
+    EXPECT_EQ(-1, GetWPSResult_Cert_SecureChipEx(o.uuid, o.list, &o.listLen, &o.count, o.extra,
+                                                 &o.extraLen, &o.keyIndex, o.pub, nullptr));
     EXPECT_EQ(o.listLen, 0xCCCC);
 }
 
@@ -203,9 +208,11 @@ TEST_F(ResultsTest, IdentityListKeepsUuidLengthAndData) {
     EXPECT_EQ(1, SetCertIdentityStruct2(2, entries.data()));
     ASSERT_NE(g_IdentityList, nullptr);
     EXPECT_EQ(g_IdentityCount, 2);
-    EXPECT_EQ(Bytes(g_IdentityList, g_IdentityList + 23), Bytes(entries.begin(), entries.begin() + 23));
+    EXPECT_EQ(Bytes(g_IdentityList, g_IdentityList + 23),
+              Bytes(entries.begin(), entries.begin() + 23));
     EXPECT_EQ(g_IdentityList[23], 0);  // beyond Length: zero, not the caller's bytes
-    EXPECT_EQ(Bytes(g_IdentityList + 1042, g_IdentityList + 2084), Bytes(entries.begin() + 1042, entries.end()));
+    EXPECT_EQ(Bytes(g_IdentityList + 1042, g_IdentityList + 2084),
+              Bytes(entries.begin() + 1042, entries.end()));
     EXPECT_TRUE(log.has("Identity_UUID.num = 2, ptempStruct->num = 2.\r\n"));
     EXPECT_TRUE(log.has("iCert = 1, Length = 1024.\r\n"));
 }

@@ -9,12 +9,14 @@ using enginetest::kLocal;
 using enginetest::kPeer;
 
 class SessionTest : public enginetest::EngineTest {
-protected:
+  protected:
     int32_t start_with(int32_t address, int32_t mode, const void* peer, const char* pin) {
         out_len = 0xDEADBEEF;
         return StartWPS(kLocal, address, mode, peer, pin, out.data(), &out_len);
     }
-    static std::string text(const char* field, size_t cap) { return std::string(field, strnlen(field, cap)); }
+    static std::string text(const char* field, size_t cap) {
+        return std::string(field, strnlen(field, cap));
+    }
 };
 
 // Host strings are UTF-16 units.
@@ -89,7 +91,8 @@ TEST_F(SessionTest, ModeZeroResetsAndWritesNothing) {
     EXPECT_EQ(g_State_Machine, WAIT_START);
     EXPECT_EQ(g_WPS_mode, NO_WPS);
     EXPECT_EQ(out_len, 0xDEADBEEF);
-    EXPECT_TRUE(std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == enginetest::kSentinel; }));
+    EXPECT_TRUE(
+        std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == enginetest::kSentinel; }));
     EXPECT_TRUE(log.has("WPS mode is NO_WPS.\r\n"));
 }
 
@@ -107,14 +110,19 @@ TEST_F(SessionTest, EapolStartWithAndWithoutThePrefix) {
 }
 
 TEST_F(SessionTest, LocalAddressWidthFollowsTheAddressMode) {
-    struct Case { int32_t mode; size_t width; };
+    struct Case {
+        int32_t mode;
+        size_t width;
+    };
     for (const Case c : {Case{0, 6}, Case{1, 4}, Case{2, 16}, Case{7, 6}}) {
         const uint8_t local[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
         std::memset(g_MyMsgInfo.LocalAddress, 0xEE, 16);
-        StartWPS(local, c.mode, WAPIWPS_MODE_WAPI_PSK, c.mode == 0 || c.mode == 7 ? (const void*)kPeer : "p",
-                 nullptr, out.data(), &out_len);
+        StartWPS(local, c.mode, WAPIWPS_MODE_WAPI_PSK,
+                 c.mode == 0 || c.mode == 7 ? (const void*)kPeer : "p", nullptr, out.data(),
+                 &out_len);
         for (size_t i = 0; i < 16; ++i)
-            EXPECT_EQ(g_MyMsgInfo.LocalAddress[i], i < c.width ? local[i] : 0) << c.mode << ' ' << i;
+            EXPECT_EQ(g_MyMsgInfo.LocalAddress[i], i < c.width ? local[i] : 0)
+                << c.mode << ' ' << i;
     }
 }
 
@@ -136,14 +144,16 @@ TEST_F(SessionTest, PinRules) {
     EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 9), std::string("00000000\0", 9));
 
     // Text modes keep the text; a PIN beyond 32 characters is cut to the field (our bound).
-    start_with(WAPIWPS_ADDRESS_TEXT, WAPIWPS_MODE_WAPI_PSK, "peer", "1234567890123456789012345678901234567890");
+    start_with(WAPIWPS_ADDRESS_TEXT, WAPIWPS_MODE_WAPI_PSK, "peer",
+               "1234567890123456789012345678901234567890");
     EXPECT_EQ(g_MyMsgInfo.DevicePasswordId, 0);
     EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32), "12345678901234567890123456789012");
 
     // MAC mode takes exactly 8 bytes and inherits nothing from the longer PIN before it.
     const char pin[8] = {'8', '7', '6', '5', '4', '3', '2', '1'};
     start_with(WAPIWPS_ADDRESS_MAC, WAPIWPS_MODE_WAPI_PSK, kPeer, pin);
-    EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32), std::string("87654321") + std::string(24, '\0'));
+    EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32),
+              std::string("87654321") + std::string(24, '\0'));
     EXPECT_TRUE(log.has("pPIN != NULL.\r\n"));
 }
 
@@ -162,7 +172,8 @@ TEST_F(SessionTest, StartResetsTheRunButKeepsTheListAndFragmentOffset) {
     std::vector<uint8_t> entry(WAPIWPS_IDENTITY_ENTRY_LEN, 0);
     ASSERT_EQ(1, SetCertIdentityStruct2(1, entry.data()));
     EXPECT_EQ(1, start_with(WAPIWPS_ADDRESS_MAC, WAPIWPS_MODE_WAPI_CERT, kPeer, nullptr));
-    EXPECT_TRUE(std::all_of(g_PrevMsgBuf, g_PrevMsgBuf + kMsgBufLen, [](uint8_t b) { return b == 0; }));
+    EXPECT_TRUE(
+        std::all_of(g_PrevMsgBuf, g_PrevMsgBuf + kMsgBufLen, [](uint8_t b) { return b == 0; }));
     EXPECT_EQ(g_PrevMsgLen, 0);
     EXPECT_EQ(g_PeerCertFlag, 0);
     EXPECT_EQ(g_FragState, NO_FRAG);

@@ -7,7 +7,7 @@ using enginetest::Bytes;
 using enginetest::hex;
 
 class ClosingTest : public enginetest::EngineTest {
-protected:
+  protected:
     void SetUp() override {
         EngineTest::SetUp();
         for (uint8_t i = 0; i < 16; ++i) {
@@ -20,13 +20,15 @@ protected:
     void TearDown() override {
         // Building never touches the previous message.
         EXPECT_EQ(g_PrevMsgLen, 77);
-        EXPECT_TRUE(std::all_of(g_PrevMsgBuf, g_PrevMsgBuf + kMsgBufLen, [](uint8_t b) { return b == 0x3C; }));
+        EXPECT_TRUE(std::all_of(g_PrevMsgBuf, g_PrevMsgBuf + kMsgBufLen,
+                                [](uint8_t b) { return b == 0x3C; }));
         std::memset(g_EnrolleeKeys.Nonce, 0, 16);
         std::memset(g_RegistrarKeys.Nonce, 0, 16);
         EngineTest::TearDown();
     }
     Bytes nonces() const {
-        return hex("101A0010 E0E1E2E3E4E5E6E7E8E9EAEBECEDEEEF 10390010 202122232425262728292A2B2C2D2E2F");
+        return hex(
+            "101A0010 E0E1E2E3E4E5E6E7E8E9EAEBECEDEEEF 10390010 202122232425262728292A2B2C2D2E2F");
     }
 };
 

@@ -13,9 +13,10 @@ using enginetest::routed_body;
 constexpr int32_t kDropped = WAPIWPS_RESULT_DROPPED;
 
 class DispatchTest : public enginetest::EngineTest {
-protected:
+  protected:
     bool output_untouched() const {
-        return std::all_of(out.begin(), out.end(), [](uint8_t b) { return b == enginetest::kSentinel; });
+        return std::all_of(out.begin(), out.end(),
+                           [](uint8_t b) { return b == enginetest::kSentinel; });
     }
     Bytes prefix() const { return Bytes(out.begin(), out.begin() + 8); }
     // Message Type and Configuration Error of a NACK answer.
@@ -24,7 +25,8 @@ protected:
         ASSERT_EQ(a.size(), 74u);
         EXPECT_EQ(a[OFF_OPCODE], WSC_OP_NACK);
         EXPECT_EQ(a[27], WACA_MSG_TYPE_NACK);
-        EXPECT_EQ(Bytes(a.end() - 2, a.end()), Bytes({uint8_t(wireError >> 8), uint8_t(wireError)}));
+        EXPECT_EQ(Bytes(a.end() - 2, a.end()),
+                  Bytes({uint8_t(wireError >> 8), uint8_t(wireError)}));
         EXPECT_EQ(g_State_Machine, SEND_NACK_WAIT_FAILURE);
     }
     void expect_ack() {
@@ -41,7 +43,8 @@ protected:
 };
 
 TEST_F(DispatchTest, NothingIsTouchedWithoutAMode) {
-    for (const Bytes& f : {enginetest::identity_request(), enginetest::eap_failure(), message(WPS_MSG_TYPE_M2D)}) {
+    for (const Bytes& f :
+         {enginetest::identity_request(), enginetest::eap_failure(), message(WPS_MSG_TYPE_M2D)}) {
         EXPECT_EQ(kDropped, feed(f));
         EXPECT_EQ(out_len, 0xDEADBEEF);
         EXPECT_TRUE(output_untouched());
@@ -73,7 +76,10 @@ TEST_F(DispatchTest, PrefixIsWrittenEvenForADroppedFrame) {
 // ---- Identity ----------------------------------------------------------------------------------
 
 TEST_F(DispatchTest, IdentityRequestIsAnsweredInBothFlavoursAndAddressModes) {
-    struct Case { int32_t mode, address; size_t length; };
+    struct Case {
+        int32_t mode, address;
+        size_t length;
+    };
     for (const Case c : {Case{3, 0, 48}, Case{2, 1, 40}, Case{1, 0, 46}, Case{1, 2, 38}}) {
         start(c.mode, c.address);
         out.assign(out.size(), enginetest::kSentinel);
@@ -145,7 +151,8 @@ struct FailureCase {
     uint32_t state;
     int32_t result;
 };
-class FailureTransitions : public DispatchTest, public ::testing::WithParamInterface<FailureCase> {};
+class FailureTransitions : public DispatchTest,
+                           public ::testing::WithParamInterface<FailureCase> {};
 
 TEST_P(FailureTransitions, ClosingFailureEndsTheRunOnlyAfterDoneNackOrM2D) {
     start(WAPIWPS_MODE_WAPI_CERT);
@@ -258,8 +265,10 @@ TEST_F(DispatchTest, MessageWithWrongOpcodeIsRefusedByItsHeaderCheck) {
 }
 
 TEST_F(DispatchTest, MessagesOutsideTheirStateAreDroppedSilently) {
-    const RefusedCase cases[] = {{WPS_MSG_TYPE_M2, WAIT_M4}, {WPS_MSG_TYPE_M4, WAIT_M2},
-                                 {WPS_MSG_TYPE_M6, WAIT_M8}, {WPS_MSG_TYPE_M8, WAIT_M6},
+    const RefusedCase cases[] = {{WPS_MSG_TYPE_M2, WAIT_M4},
+                                 {WPS_MSG_TYPE_M4, WAIT_M2},
+                                 {WPS_MSG_TYPE_M6, WAIT_M8},
+                                 {WPS_MSG_TYPE_M8, WAIT_M6},
                                  {WPS_MSG_TYPE_M8, WAIT_REQUEST_FAILURE}};
     for (const RefusedCase& c : cases) {
         start(WAPIWPS_MODE_WAPI_CERT);
@@ -288,7 +297,8 @@ TEST_F(DispatchTest, ShortFramesTakeTheZeroBytePath) {
         for (size_t n = 0; n < 28; ++n) {
             g_State_Machine = state;
             Bytes cut(full.begin(), full.begin() + long(n));
-            const int32_t result = ProcessReceivePacket(cut.data(), uint32_t(n), out.data(), &out_len);
+            const int32_t result =
+                ProcessReceivePacket(cut.data(), uint32_t(n), out.data(), &out_len);
             EXPECT_NE(result, 0) << n;
             EXPECT_EQ(g_State_Machine, state) << n;
         }
@@ -298,14 +308,16 @@ TEST_F(DispatchTest, ShortFramesTakeTheZeroBytePath) {
 // ---- M8 reassembly -----------------------------------------------------------------------------
 
 class ReassemblyTest : public DispatchTest {
-protected:
+  protected:
     void SetUp() override {
         DispatchTest::SetUp();
         start(WAPIWPS_MODE_WAPI_CERT);
         g_State_Machine = WAIT_M8;
     }
     // A payload that the dispatcher routes as M8 (byte 9 is 0x0C), then `extra` bytes.
-    static Bytes m8_payload(size_t extra, uint8_t fill) { return routed_body(WPS_MSG_TYPE_M8, extra, fill); }
+    static Bytes m8_payload(size_t extra, uint8_t fill) {
+        return routed_body(WPS_MSG_TYPE_M8, extra, fill);
+    }
 };
 
 TEST_F(ReassemblyTest, FirstFragmentIsCollectedAndAcknowledged) {
@@ -350,7 +362,8 @@ TEST_F(ReassemblyTest, LengthFieldIsStoredAndSkipped) {
     Bytes p = {0x01, 0x23};  // message length field, kept as it stands
     const Bytes body = m8_payload(10, 0x44);
     p.insert(p.end(), body.begin(), body.end());
-    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, p, int32_t(p.size()))));
+    EXPECT_EQ(kDropped,
+              feed(enginetest::fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, p, int32_t(p.size()))));
     EXPECT_EQ(g_FragTotalLength, 0x2301);
     EXPECT_EQ(g_FragOffset, body.size());
     EXPECT_EQ(Bytes(g_FragBuffer, g_FragBuffer + body.size()), body);
@@ -384,8 +397,8 @@ struct BadFragment {
     const char* name;
     uint16_t startOffset;
     uint8_t flags;
-    size_t present;     // payload bytes in the frame
-    int32_t copyLength; // what the EAP length field claims
+    size_t present;      // payload bytes in the frame
+    int32_t copyLength;  // what the EAP length field claims
 };
 class BadFragments : public ReassemblyTest, public ::testing::WithParamInterface<BadFragment> {};
 

@@ -47,7 +47,7 @@ inline void record_trace(void* context, const char* line) {
 }
 
 class EngineTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         reset_context();
         trace_set_callback(record_trace, &log, false);
@@ -59,11 +59,12 @@ protected:
     }
     // Starts a run in the given modes; the EAPOL-Start output is discarded.
     void start(int32_t wpsMode, int32_t addressMode = WAPIWPS_ADDRESS_MAC) {
-        const char* peer = addressMode == WAPIWPS_ADDRESS_MAC ? reinterpret_cast<const char*>(kPeer)
-                                                              : "10.0.0.1";
+        const char* peer =
+            addressMode == WAPIWPS_ADDRESS_MAC ? reinterpret_cast<const char*>(kPeer) : "10.0.0.1";
         Bytes start_frame(WAPIWPS_MAX_FRAME_LEN);
         uint32_t len = 0;
-        ASSERT_EQ(1, StartWPS(kLocal, addressMode, wpsMode, peer, nullptr, start_frame.data(), &len));
+        ASSERT_EQ(1,
+                  StartWPS(kLocal, addressMode, wpsMode, peer, nullptr, start_frame.data(), &len));
         log.lines.clear();
     }
     int32_t feed(const Bytes& frame) {
@@ -74,7 +75,8 @@ protected:
     // The answer without the prefix (MAC mode).
     Bytes answer() const {
         const size_t skip = g_AddressMode == MAC_ADDRESS ? kPrefixLen : 0;
-        return Bytes(out.begin() + static_cast<long>(skip), out.begin() + static_cast<long>(out_len));
+        return Bytes(out.begin() + static_cast<long>(skip),
+                     out.begin() + static_cast<long>(out_len));
     }
 
     TraceLog log;
@@ -105,10 +107,24 @@ inline Header wifi_header() {
 // A message frame with correct big-endian lengths around `body`.
 inline Bytes message_frame(const Header& h, const Bytes& body) {
     const uint16_t len = static_cast<uint16_t>(body.size() + 14);
-    Bytes f = {2, h.eapolType, uint8_t(len >> 8), uint8_t(len), h.code, h.id, uint8_t(len >> 8),
-               uint8_t(len), h.eapType, h.vendor[0], h.vendor[1], h.vendor[2],
-               uint8_t(h.vendorType >> 24), uint8_t(h.vendorType >> 16), uint8_t(h.vendorType >> 8),
-               uint8_t(h.vendorType), h.opcode, h.flags};
+    Bytes f = {2,
+               h.eapolType,
+               uint8_t(len >> 8),
+               uint8_t(len),
+               h.code,
+               h.id,
+               uint8_t(len >> 8),
+               uint8_t(len),
+               h.eapType,
+               h.vendor[0],
+               h.vendor[1],
+               h.vendor[2],
+               uint8_t(h.vendorType >> 24),
+               uint8_t(h.vendorType >> 16),
+               uint8_t(h.vendorType >> 8),
+               uint8_t(h.vendorType),
+               h.opcode,
+               h.flags};
     f.insert(f.end(), body.begin(), body.end());
     return f;
 }
@@ -135,8 +151,12 @@ inline Bytes fragment_frame(uint8_t flags, const Bytes& payload, int32_t copyLen
     return f;
 }
 
-inline Bytes identity_request(uint8_t id = 7) { return {0x02, 0x00, 0x00, 0x05, 0x01, id, 0x00, 0x05, 0x01}; }
-inline Bytes eap_failure(uint8_t id = 7) { return {0x02, 0x00, 0x00, 0x04, 0x04, id, 0x00, 0x04}; }
+inline Bytes identity_request(uint8_t id = 7) {
+    return {0x02, 0x00, 0x00, 0x05, 0x01, id, 0x00, 0x05, 0x01};
+}
+inline Bytes eap_failure(uint8_t id = 7) {
+    return {0x02, 0x00, 0x00, 0x04, 0x04, id, 0x00, 0x04};
+}
 inline Bytes start_frame(const Header& h = Header{}) {
     Header s = h;
     s.opcode = WSC_OP_START;
@@ -146,7 +166,10 @@ inline Bytes start_frame(const Header& h = Header{}) {
 inline Bytes hex(const char* text) {
     Bytes b;
     for (const char* p = text; p[0] && p[1];) {
-        if (*p == ' ') { ++p; continue; }
+        if (*p == ' ') {
+            ++p;
+            continue;
+        }
         b.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
         p += 2;
     }

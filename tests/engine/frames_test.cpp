@@ -23,7 +23,8 @@ TEST_F(FramesTest, ResponseIdentityInBothFlavours) {
     uint32_t len = 0;
     g_WPS_mode = WAPI_WPS_CERT;
     EXPECT_EQ(0, PackResponseIdentity(buf, &len));
-    Bytes wapi = hex("02000024 0207002401");  // EAPOL body 36; EAP Response, id 7, length 36, Identity
+    Bytes wapi =
+        hex("02000024 0207002401");  // EAPOL body 36; EAP Response, id 7, length 36, Identity
     const std::string wapi_id = "BWIPS-SimpleConfig-Enrollee-1-0";
     wapi.insert(wapi.end(), wapi_id.begin(), wapi_id.end());
     EXPECT_EQ(Bytes(buf, buf + len), wapi);
@@ -87,28 +88,65 @@ TEST_P(UnpackHeaderCodes, FirstFailingCheckIsReported) {
     EXPECT_EQ(c.code, UnpackHeader(&p, uint32_t(frame.size())));
     EXPECT_EQ(p, c.code == 0 ? frame.data() + 18 : frame.data());
     if (c.code != 0) {
-        EXPECT_TRUE(log.has("Unpack header error, error code is " + std::to_string(c.code) + ".\r\n"));
+        EXPECT_TRUE(
+            log.has("Unpack header error, error code is " + std::to_string(c.code) + ".\r\n"));
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Frames, UnpackHeaderCodes,
-    ::testing::Values(
-        HeaderCase{"wapi_ok", WAPI_WPS_CERT, [](Header&) {}, 0},
-        HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
-        // The flags are not examined.
-        HeaderCase{"flags_ignored", WAPI_WPS_CERT, [](Header& h) { h.flags = 3; }, 0},
-        HeaderCase{"eapol_type", WAPI_WPS_CERT, [](Header& h) { h.eapolType = 1; h.code = 2; }, -101},
-        HeaderCase{"eap_code", WAPI_WPS_CERT, [](Header& h) { h.code = 2; h.eapType = 1; }, -102},
-        HeaderCase{"wifi_type", WIFI_WPS, [](Header& h) { h.eapType = 242; h.vendor = {0, 0, 0}; }, -103},
-        HeaderCase{"wapi_type", WAPI_WPS_PSK, [](Header& h) { h.eapType = 254; h.vendor = {0, 0, 0}; }, -104},
-        HeaderCase{"wifi_vendor", WIFI_WPS, [](Header& h) { h.vendor = {0x00, 0x81, 0xDB}; h.vendorType = 2; }, -105},
-        HeaderCase{"wapi_vendor", WAPI_WPS_CERT, [](Header& h) { h.vendor = {0x00, 0x37, 0x2A}; h.vendorType = 2; }, -106},
-        HeaderCase{"vendor_type", WAPI_WPS_CERT, [](Header& h) { h.vendorType = 0x01000000; h.opcode = 2; }, -107},
-        HeaderCase{"opcode", WAPI_WPS_CERT, [](Header& h) { h.opcode = WSC_OP_ACK; }, -108}),
+    ::testing::Values(HeaderCase{"wapi_ok", WAPI_WPS_CERT, [](Header&) {}, 0},
+                      HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
+                      // The flags are not examined.
+                      HeaderCase{"flags_ignored", WAPI_WPS_CERT, [](Header& h) { h.flags = 3; }, 0},
+                      HeaderCase{"eapol_type", WAPI_WPS_CERT,
+                                 [](Header& h) {
+                                     h.eapolType = 1;
+                                     h.code = 2;
+                                 },
+                                 -101},
+                      HeaderCase{"eap_code", WAPI_WPS_CERT,
+                                 [](Header& h) {
+                                     h.code = 2;
+                                     h.eapType = 1;
+                                 },
+                                 -102},
+                      HeaderCase{"wifi_type", WIFI_WPS,
+                                 [](Header& h) {
+                                     h.eapType = 242;
+                                     h.vendor = {0, 0, 0};
+                                 },
+                                 -103},
+                      HeaderCase{"wapi_type", WAPI_WPS_PSK,
+                                 [](Header& h) {
+                                     h.eapType = 254;
+                                     h.vendor = {0, 0, 0};
+                                 },
+                                 -104},
+                      HeaderCase{"wifi_vendor", WIFI_WPS,
+                                 [](Header& h) {
+                                     h.vendor = {0x00, 0x81, 0xDB};
+                                     h.vendorType = 2;
+                                 },
+                                 -105},
+                      HeaderCase{"wapi_vendor", WAPI_WPS_CERT,
+                                 [](Header& h) {
+                                     h.vendor = {0x00, 0x37, 0x2A};
+                                     h.vendorType = 2;
+                                 },
+                                 -106},
+                      HeaderCase{"vendor_type", WAPI_WPS_CERT,
+                                 [](Header& h) {
+                                     h.vendorType = 0x01000000;
+                                     h.opcode = 2;
+                                 },
+                                 -107},
+                      HeaderCase{"opcode", WAPI_WPS_CERT, [](Header& h) { h.opcode = WSC_OP_ACK; },
+                                 -108}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// ---- UnpackRequestIdentity: -1 .. -6 --------------------------------------------------------------
+// ---- UnpackRequestIdentity: -1 .. -6
+// --------------------------------------------------------------
 
 struct BytesCase {
     const char* name;
@@ -140,7 +178,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FramesTest, IdentityBodyLengthTraceNamesTheLength) {
     const Bytes f = hex("020000060107000501");
     EXPECT_EQ(-3, UnpackRequestIdentity(f.data(), 9));
-    EXPECT_TRUE(log.has("Unpack Request Identity message erro, error code is -3, pEapolHead->BodyLength = 6.\r\n"));
+    EXPECT_TRUE(log.has(
+        "Unpack Request Identity message erro, error code is -3, pEapolHead->BodyLength = 6.\r\n"));
 }
 
 // ---- UnpackRequestStart: -7 .. -17 --------------------------------------------------------------
@@ -157,20 +196,54 @@ TEST_P(StartCodes, FirstFailingCheckIsReported) {
     EXPECT_EQ(c.code, UnpackRequestStart(f.data(), uint32_t(f.size())));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Frames, StartCodes,
-    ::testing::Values(
-        HeaderCase{"wapi_ok", WAPI_WPS_PSK, [](Header&) {}, 0},
-        HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
-        HeaderCase{"eapol_type", WAPI_WPS_PSK, [](Header& h) { h.eapolType = 3; h.code = 2; }, -7},
-        HeaderCase{"eap_code", WAPI_WPS_PSK, [](Header& h) { h.code = 2; h.eapType = 1; }, -9},
-        HeaderCase{"wifi_type", WIFI_WPS, [](Header& h) { h.eapType = 242; h.vendor = {0, 0, 0}; }, -10},
-        HeaderCase{"wapi_type", WAPI_WPS_PSK, [](Header& h) { h.eapType = 254; h.vendor = {0, 0, 0}; }, -11},
-        HeaderCase{"wifi_vendor", WIFI_WPS, [](Header& h) { h.vendor = {0x00, 0x81, 0xDB}; h.vendorType = 3; }, -13},
-        HeaderCase{"wapi_vendor", WAPI_WPS_PSK, [](Header& h) { h.vendor = {0x00, 0x37, 0x2A}; h.vendorType = 3; }, -14},
-        HeaderCase{"vendor_type", WAPI_WPS_PSK, [](Header& h) { h.vendorType = 3; h.opcode = 4; }, -15},
-        HeaderCase{"opcode", WAPI_WPS_PSK, [](Header& h) { h.opcode = 4; }, -16}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Frames, StartCodes,
+                         ::testing::Values(HeaderCase{"wapi_ok", WAPI_WPS_PSK, [](Header&) {}, 0},
+                                           HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0},
+                                           HeaderCase{"eapol_type", WAPI_WPS_PSK,
+                                                      [](Header& h) {
+                                                          h.eapolType = 3;
+                                                          h.code = 2;
+                                                      },
+                                                      -7},
+                                           HeaderCase{"eap_code", WAPI_WPS_PSK,
+                                                      [](Header& h) {
+                                                          h.code = 2;
+                                                          h.eapType = 1;
+                                                      },
+                                                      -9},
+                                           HeaderCase{"wifi_type", WIFI_WPS,
+                                                      [](Header& h) {
+                                                          h.eapType = 242;
+                                                          h.vendor = {0, 0, 0};
+                                                      },
+                                                      -10},
+                                           HeaderCase{"wapi_type", WAPI_WPS_PSK,
+                                                      [](Header& h) {
+                                                          h.eapType = 254;
+                                                          h.vendor = {0, 0, 0};
+                                                      },
+                                                      -11},
+                                           HeaderCase{"wifi_vendor", WIFI_WPS,
+                                                      [](Header& h) {
+                                                          h.vendor = {0x00, 0x81, 0xDB};
+                                                          h.vendorType = 3;
+                                                      },
+                                                      -13},
+                                           HeaderCase{"wapi_vendor", WAPI_WPS_PSK,
+                                                      [](Header& h) {
+                                                          h.vendor = {0x00, 0x37, 0x2A};
+                                                          h.vendorType = 3;
+                                                      },
+                                                      -14},
+                                           HeaderCase{"vendor_type", WAPI_WPS_PSK,
+                                                      [](Header& h) {
+                                                          h.vendorType = 3;
+                                                          h.opcode = 4;
+                                                      },
+                                                      -15},
+                                           HeaderCase{"opcode", WAPI_WPS_PSK,
+                                                      [](Header& h) { h.opcode = 4; }, -16}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(FramesTest, StartLengthFieldsAndFrameLength) {
     g_WPS_mode = WAPI_WPS_PSK;
@@ -189,7 +262,8 @@ TEST_F(FramesTest, StartLengthFieldsAndFrameLength) {
     EXPECT_EQ(-15, UnpackRequestStart(f.data(), 13));
 }
 
-// ---- UnpackFailure: -106 .. -109 -----------------------------------------------------------------
+// ---- UnpackFailure: -106 .. -109
+// -----------------------------------------------------------------
 
 class FailureCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
 
@@ -198,15 +272,17 @@ TEST_P(FailureCodes, FirstFailingCheckIsReported) {
     EXPECT_EQ(GetParam().code, UnpackFailure(f.data(), uint32_t(f.size())));
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, FailureCodes,
-                         ::testing::Values(BytesCase{"ok", 3, hex("0200000404070004"), 0},
-                                           BytesCase{"nine_bytes", 3, hex("020000040407000400"), -106},
-                                           BytesCase{"eapol_type", 3, hex("0201000504070004"), -107},
-                                           BytesCase{"body_length", 3, hex("0200000503070004"), -108},
-                                           BytesCase{"code", 3, hex("0200000403070004"), -109}),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Frames, FailureCodes,
+    ::testing::Values(BytesCase{"ok", 3, hex("0200000404070004"), 0},
+                      BytesCase{"nine_bytes", 3, hex("020000040407000400"), -106},
+                      BytesCase{"eapol_type", 3, hex("0201000504070004"), -107},
+                      BytesCase{"body_length", 3, hex("0200000503070004"), -108},
+                      BytesCase{"code", 3, hex("0200000403070004"), -109}),
+    [](const auto& info) { return std::string(info.param.name); });
 
-// ---- Received-side wrappers ----------------------------------------------------------------------
+// ---- Received-side wrappers
+// ----------------------------------------------------------------------
 
 TEST_F(FramesTest, ReceivedWrappersReportHeaderCodeBeforeParsing) {
     g_WPS_mode = WAPI_WPS_CERT;

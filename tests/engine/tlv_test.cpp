@@ -7,7 +7,8 @@ namespace {
 using enginetest::Bytes;
 using enginetest::hex;
 
-int32_t find(uint16_t type, const Bytes& message, int32_t length, Bytes& value, uint16_t& valueLength) {
+int32_t find(uint16_t type, const Bytes& message, int32_t length, Bytes& value,
+             uint16_t& valueLength) {
     return GetTlvFromType(type, message, length, value, &valueLength);
 }
 
