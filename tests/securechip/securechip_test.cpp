@@ -272,6 +272,24 @@ TEST_F(SecureChipTest, LongReplyIsCutAndItsRestAnswersTheNextRequest) {
     EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
 }
 
+// A rest longer than one read is itself handed out 6,144 bytes at a time.
+TEST_F(SecureChipTest, LongReplyRestLongerThanOneReadTakesTwoReads) {
+    Bytes tail = {0, 0, 0, 0, 0, 0, 0, 56};  // status 0, L = 56
+    tail.resize(56, 0x5A);
+    tail.resize(7000, 0);  // 6,144 bytes in the second read, 856 in the third
+    sim_->set_long_reply_tail(tail);
+    sim_->set_fault(Fault::kLongReply);
+    Bytes key;
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+    ASSERT_EQ(export_key(&key), 0);
+    EXPECT_EQ(key, Bytes(48, 0x5A));
+    EXPECT_EQ(export_key(&key), -1);  // the last 856 zero bytes: status 0 but L = 0
+    ASSERT_EQ(export_key(&key), 0);   // the answer to the second request
+    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+}
+
 TEST_F(SecureChipTest, TransactCopiesFixedSizeOfZeroedBuffer) {
     uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 2};
     Bytes dest(1024, 0xEE);
