@@ -25,7 +25,7 @@ bool addressed_to(const Mac& dst, const Mac& own) {
 }
 
 bool accepted(int32_t result, const Bytes& answer) {
-    return !answer.empty() || (result >= 0 && result <= WAPIWPS_RESULT_ENDED && result != -100);
+    return !answer.empty() || (result >= WAPIWPS_RESULT_ACCEPTED && result <= WAPIWPS_RESULT_ENDED);
 }
 
 }  // namespace

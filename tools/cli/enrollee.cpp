@@ -12,7 +12,9 @@ namespace {
 constexpr uint32_t kSecureChipKeyIndex = 1;
 constexpr std::array<uint8_t, 16> kSecureChipSignParam = {'w', 'a', 'p', 'i', 'w', 'p', 's', '-',
                                                            's', 'i', 'g', 'n', '-', 'p', 'a', 'r'};
-constexpr char kSecureChipLoginKey[] = "demo-admin-login";
+// The simulator does not check the admin login key; the library only keeps it in memory.
+constexpr std::array<uint8_t, 16> kSecureChipLoginKey = {'d', 'e', 'm', 'o', '-', 'a', 'd', 'm',
+                                                         'i', 'n', '-', 'l', 'o', 'g', 'i', 'n'};
 
 void trace_line(void*, const char* line) {
     size_t n = std::strlen(line);
@@ -73,8 +75,7 @@ bool Enrollee::prepare(std::string& error) {
     static constexpr wapiwps_utf16 kDeviceName[] = {'w', 'a', 'p', 'i', 'w', 'p', 's', ' ', 'h', 'o', 's', 't', 0};
     SetDeviceInfo(kHostEnrolleeUuid.data(), kDeviceName);
     if (opt_.secure_chip) {
-        const auto* key = reinterpret_cast<const uint8_t*>(kSecureChipLoginKey);
-        if (SetSecureChipParam(static_cast<int32_t>(sizeof kSecureChipLoginKey - 1), key, 0, nullptr,
+        if (SetSecureChipParam(static_cast<int32_t>(kSecureChipLoginKey.size()), kSecureChipLoginKey.data(), 0, nullptr,
                                kSecureChipKeyIndex, kSecureChipSignParam.data()) != 0) {
             error = "SetSecureChipParam refused the secure-chip parameters";
             return false;
