@@ -128,8 +128,10 @@ WAPIWPS_API int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen
 /*
  * Registers certificate identities, keyed by registrar UUID, for M7 in certificate mode. entries
  * points at count packed entries of WAPIWPS_IDENTITY_ENTRY_LEN bytes: uuid[16], uint16 Length
- * (host byte order), data[1024]. A previous list is freed. Returns 0 and keeps no list when an
- * entry's Length exceeds 1024 or entries is null with count > 0. Call after the last StopWPS.
+ * (host byte order), data[1024]. A previous list is freed when the new one replaces it; count 0
+ * clears the list and returns 1. Returns 0 and changes nothing (any previous list stays) when an
+ * entry's Length exceeds 1024, entries is null with count > 0 or memory runs out. Call after the
+ * last StopWPS.
  */
 WAPIWPS_API int32_t SetCertIdentityStruct2(uint8_t count, const void* entries);
 
