@@ -88,8 +88,13 @@ int32_t Sign_With_Private_Key(uint8_t* signature, const uint8_t* message, uint32
 // 24-byte areas: a value whose top byte is zero comes out shorter. This is intended and kept.
 int32_t GenPrivateKeyAndPublicKey(uint8_t* privateKey, uint8_t* publicX, uint8_t* publicY) {
     const CurveParams& c = curve_params();
+    // A zero key would have no public point; like the signer's zero values it is redrawn. With
+    // this generator it cannot occur (every drawn limb has its low bit set, n has even limbs and
+    // the raw draw is below 2n), so the loop is a guard only.
     BigNum d;
-    RandomScalar(d, c.n);
+    do {
+        RandomScalar(d, c.n);
+    } while (bn_is_zero(d));
     size_t written = 0;
     if (privateKey != nullptr) bn_to_bytes_minimal(d, privateKey, kCurveBytes, &written);
     AffinePoint g;

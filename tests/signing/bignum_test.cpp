@@ -134,7 +134,7 @@ TEST(BigNum, BytesToLimbs) {
 }
 
 TEST_F(BigNumRandom, AddSubCompareMulAgainstLibgcrypt) {
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < loops(5000); ++i) {
         const BigNum a = random_bn(rng, 7), b = random_bn(rng, 7);
         BigNum r;
         bn_add(r, a, b);
@@ -156,7 +156,7 @@ TEST_F(BigNumRandom, AddSubCompareMulAgainstLibgcrypt) {
 }
 
 TEST_F(BigNumRandom, ModAgainstLibgcrypt) {
-    for (int i = 0; i < 4000; ++i) {
+    for (int i = 0; i < loops(5000); ++i) {
         const BigNum a = random_bn(rng, 12);
         BigNum m = random_bn(rng, 7);
         if (bn_is_zero(m)) continue;
@@ -200,7 +200,7 @@ TEST_F(BigNumRandom, ModCornersWithQuotientCorrection) {
 TEST_F(BigNumRandom, ModularInverseAgainstLibgcrypt) {
     const BigNum& p = curve_params().p;
     const BigNum& n = curve_params().n;
-    for (int i = 0; i < 1500; ++i) {
+    for (int i = 0; i < loops(2000); ++i) {
         const BigNum& m = (i % 2) ? p : n;
         const BigNum a = random_bn(rng, 7);
         BigNum r;
@@ -233,7 +233,7 @@ TEST_F(BigNumRandom, ModMulThroughThePointerAgainstLibgcrypt) {
     const BigNum& p = curve_params().p;
     ModMulFn mul = curve_mod_mul();
     ASSERT_NE(mul, nullptr);
-    for (int i = 0; i < 3000; ++i) {
+    for (int i = 0; i < loops(5000); ++i) {
         const BigNum a = random_below(rng, p), b = random_below(rng, p);
         BigNum r;
         mul(r, a, b);

@@ -70,7 +70,7 @@ TEST(FixedBaseTable, EveryEntryRecomputedWithLibgcrypt) {
 TEST(ScalarMul, FixedBaseAgainstLibgcrypt) {
     const CurveParams& c = curve_params();
     std::mt19937_64 rng(0xC0FFEE);
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < loops(500); ++i) {
         // Mostly scalars below n, some with sparse or dense limbs up to 2^192.
         const BigNum k = (i % 4 == 0) ? random_bn(rng, 6) : random_below(rng, c.n);
         AffinePoint ours;
@@ -83,7 +83,7 @@ TEST(ScalarMul, VariableBaseAgainstLibgcrypt) {
     const CurveParams& c = curve_params();
     std::mt19937_64 rng(0xBADC0DE);
     // On G (as key generation uses it) and on other points of the curve.
-    for (int i = 0; i < 120; ++i) {
+    for (int i = 0; i < loops(200); ++i) {
         const BigNum k = (i % 4 == 0) ? random_bn(rng, 6) : random_below(rng, c.n);
         const AffinePoint& base = (i % 2) ? *fixed_base_point(1 + i % 63) : generator();
         AffinePoint ours;
