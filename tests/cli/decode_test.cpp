@@ -24,11 +24,24 @@ std::string joined(const std::vector<std::string>& lines) {
 Bytes wapi_frame(uint8_t op, uint8_t flags, const Bytes& body) {
     const uint16_t n = static_cast<uint16_t>(body.size() + 14);
     Bytes f = {
-        0x02, 0x00, static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),  // EAPOL v2, EAP packet
-        0x01, 0x07, static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),  // Request, id 7
-        0xF2,                                                              // type 242
-        0x00, 0x81, 0xDB, 0x00, 0x00, 0x00, 0x01,                          // vendor id, type 1
-        op, flags,
+        0x02,
+        0x00,
+        static_cast<uint8_t>(n >> 8),
+        static_cast<uint8_t>(n),  // EAPOL v2, EAP packet
+        0x01,
+        0x07,
+        static_cast<uint8_t>(n >> 8),
+        static_cast<uint8_t>(n),  // Request, id 7
+        0xF2,                     // type 242
+        0x00,
+        0x81,
+        0xDB,
+        0x00,
+        0x00,
+        0x00,
+        0x01,  // vendor id, type 1
+        op,
+        flags,
     };
     f.insert(f.end(), body.begin(), body.end());
     return f;
@@ -56,7 +69,7 @@ TEST(CliClassify, FramesWithoutMessage) {
 struct MirrorCase {
     int before;
     int32_t result;
-    uint8_t op;          // 0: no answer; 0xFF: Response/Identity
+    uint8_t op;  // 0: no answer; 0xFF: Response/Identity
     uint8_t msg_type;
     int after;
 };
@@ -69,27 +82,29 @@ TEST_P(CliMirror, StateFollowsResultAndAnswer) {
     if (c.op == 0xFF) {
         answer = {0x02, 0x00, 0x00, 0x06, 0x02, 0x01, 0x00, 0x06, 0x01, 'x'};
     } else if (c.op != 0) {
-        answer = wapi_frame(c.op, 0, {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, c.msg_type});
+        answer =
+            wapi_frame(c.op, 0, {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, c.msg_type});
         answer[4] = 0x02;  // a Response
     }
     EXPECT_EQ(cli::mirror_state(c.before, c.result, answer), c.after);
 }
 
-INSTANTIATE_TEST_SUITE_P(Transitions, CliMirror, ::testing::Values(
-    MirrorCase{2, 0, 0xFF, 0, 3},      // Request/Identity answered
-    MirrorCase{3, 0, 4, 0x04, 4},      // Start answered by M1
-    MirrorCase{4, 0, 4, 0x07, 5},      // M2 → M3
-    MirrorCase{5, 0, 4, 0x09, 6},      // M4 → M5
-    MirrorCase{6, 0, 4, 0x0B, 7},      // M6 → M7
-    MirrorCase{7, 1, 5, 0x0F, 8},      // M8 → Done
-    MirrorCase{7, -100, 2, 0x0D, 7},   // M8 fragment ACKed: state stays
-    MirrorCase{4, 0, 2, 0x0D, 10},     // M2D ACKed
-    MirrorCase{5, 0, 3, 0x0E, 9},      // NACK
-    MirrorCase{8, 2, 0, 0, 1},         // closing EAP-Failure after Done
-    MirrorCase{9, 100, 0, 0, 1},       // closing EAP-Failure after NACK
-    MirrorCase{4, -100, 0, 0, 4},      // dropped
-    MirrorCase{2, 65536 - 3, 0, 0, 2}  // refused by a checker
-));
+INSTANTIATE_TEST_SUITE_P(
+    Transitions, CliMirror,
+    ::testing::Values(MirrorCase{2, 0, 0xFF, 0, 3},      // Request/Identity answered
+                      MirrorCase{3, 0, 4, 0x04, 4},      // Start answered by M1
+                      MirrorCase{4, 0, 4, 0x07, 5},      // M2 → M3
+                      MirrorCase{5, 0, 4, 0x09, 6},      // M4 → M5
+                      MirrorCase{6, 0, 4, 0x0B, 7},      // M6 → M7
+                      MirrorCase{7, 1, 5, 0x0F, 8},      // M8 → Done
+                      MirrorCase{7, -100, 2, 0x0D, 7},   // M8 fragment ACKed: state stays
+                      MirrorCase{4, 0, 2, 0x0D, 10},     // M2D ACKed
+                      MirrorCase{5, 0, 3, 0x0E, 9},      // NACK
+                      MirrorCase{8, 2, 0, 0, 1},         // closing EAP-Failure after Done
+                      MirrorCase{9, 100, 0, 0, 1},       // closing EAP-Failure after NACK
+                      MirrorCase{4, -100, 0, 0, 4},      // dropped
+                      MirrorCase{2, 65536 - 3, 0, 0, 2}  // refused by a checker
+                      ));
 
 TEST(CliDecode, ResponseIdentityShowsTheText) {
     // The WAPI Response/Identity with identifier 7: 40 bytes.
@@ -98,7 +113,8 @@ TEST(CliDecode, ResponseIdentityShowsTheText) {
     f.insert(f.end(), id.begin(), id.end());
     cli::FrameDecoder d(false);
     auto lines = d.decode(f);
-    EXPECT_TRUE(has_line(lines, "EAP Response, id 7, length 36, type Identity \"BWIPS-SimpleConfig-Enrollee-1-0\""))
+    EXPECT_TRUE(has_line(
+        lines, "EAP Response, id 7, length 36, type Identity \"BWIPS-SimpleConfig-Enrollee-1-0\""))
         << joined(lines);
 }
 
@@ -132,7 +148,8 @@ TEST(CliDecode, EncryptedSettingsShownSealed) {
     cli::FrameDecoder d(false);
     auto lines = d.decode(wapi_frame(4, 0, body));
     EXPECT_TRUE(has_line(lines, "sealed: IV and 4 bytes of ciphertext")) << joined(lines);
-    EXPECT_TRUE(has_line(lines, "IV 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f")) << joined(lines);
+    EXPECT_TRUE(has_line(lines, "IV 00 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f"))
+        << joined(lines);
     EXPECT_TRUE(has_line(lines, "10 11 12 13")) << joined(lines);
 }
 
@@ -144,7 +161,8 @@ TEST(CliDecode, MalformedInputIsDescribed) {
     body.insert(body.end(), overrun.begin(), overrun.end());
     cli::FrameDecoder d(false);
     auto lines = d.decode(wapi_frame(4, 0, body));
-    EXPECT_TRUE(has_line(lines, "malformed: length runs 62 bytes past the message")) << joined(lines);
+    EXPECT_TRUE(has_line(lines, "malformed: length runs 62 bytes past the message"))
+        << joined(lines);
 
     Bytes tail = kM2Head;
     tail.push_back(0x10);
@@ -227,26 +245,26 @@ TEST_P(CliOptionLines, AcceptsOrRefuses) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, CliOptionLines, ::testing::Values(
-    OptionCase{{"demo"}, true},
-    OptionCase{{"demo", "--mode", "psk", "--pin", "12345670", "--fragment-m8"}, true},
-    OptionCase{{"demo", "--fragment-m8", "128", "--pcap", "x.pcap", "--show-secrets"}, true},
-    OptionCase{{"demo", "--mode", "wpa"}, false},
-    OptionCase{{"demo", "--pin", "1234"}, false},        // MAC mode reads exactly 8 characters
-    OptionCase{{"demo", "--pin", "1234567a"}, false},
-    OptionCase{{"demo", "--fragment-m8", "8"}, false},
-    OptionCase{{"demo", "--iface", "eth0"}, false},      // live options only for live commands
-    OptionCase{{"demo", "--pcap"}, false},
-    OptionCase{{"enroll"}, false},                       // needs --iface
-    OptionCase{{"enroll", "--iface", "eth0", "--timeout", "0"}, false},
-    OptionCase{{"enroll", "--iface", "eth0", "--peer", "02:00:00:00:00:02", "--timeout", "5"}, true},
-    OptionCase{{"enroll", "--iface", "eth0", "--fragment-m8"}, false},
-    OptionCase{{"registrar", "--iface", "eth0", "--timeout", "0", "--fragment-m8"}, true},
-    OptionCase{{"registrar", "--iface", "eth0", "--secure-chip"}, false},
-    OptionCase{{"registrar", "--help"}, true},
-    OptionCase{{"frobnicate"}, false},
-    OptionCase{{}, false}
-));
+INSTANTIATE_TEST_SUITE_P(
+    Table, CliOptionLines,
+    ::testing::Values(
+        OptionCase{{"demo"}, true},
+        OptionCase{{"demo", "--mode", "psk", "--pin", "12345670", "--fragment-m8"}, true},
+        OptionCase{{"demo", "--fragment-m8", "128", "--pcap", "x.pcap", "--show-secrets"}, true},
+        OptionCase{{"demo", "--mode", "wpa"}, false},
+        OptionCase{{"demo", "--pin", "1234"}, false},  // MAC mode reads exactly 8 characters
+        OptionCase{{"demo", "--pin", "1234567a"}, false},
+        OptionCase{{"demo", "--fragment-m8", "8"}, false},
+        OptionCase{{"demo", "--iface", "eth0"}, false},  // live options only for live commands
+        OptionCase{{"demo", "--pcap"}, false}, OptionCase{{"enroll"}, false},  // needs --iface
+        OptionCase{{"enroll", "--iface", "eth0", "--timeout", "0"}, false},
+        OptionCase{{"enroll", "--iface", "eth0", "--peer", "02:00:00:00:00:02", "--timeout", "5"},
+                   true},
+        OptionCase{{"enroll", "--iface", "eth0", "--fragment-m8"}, false},
+        OptionCase{{"registrar", "--iface", "eth0", "--timeout", "0", "--fragment-m8"}, true},
+        OptionCase{{"registrar", "--iface", "eth0", "--secure-chip"}, false},
+        OptionCase{{"registrar", "--help"}, true}, OptionCase{{"frobnicate"}, false},
+        OptionCase{{}, false}));
 
 TEST(CliOptions, DefaultsAreCertificateModeWithoutPin) {
     cli::Options opt;

@@ -44,7 +44,9 @@ Outcome run_shell(const std::string& command, int limit_s = 60) {
     return r;
 }
 
-Outcome run_cli(const std::string& args) { return run_shell(std::string(WAPIWPS_CLI_BINARY) + " " + args); }
+Outcome run_cli(const std::string& args) {
+    return run_shell(std::string(WAPIWPS_CLI_BINARY) + " " + args);
+}
 
 std::string temp_path(const std::string& name) {
     return ::testing::TempDir() + "wapiwps-cli-" + std::to_string(getpid()) + "-" + name;
@@ -72,44 +74,59 @@ TEST_P(CliDemo, RunsTheWholeExchange) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, CliDemo, ::testing::Values(
-    DemoCase{"CertDefault", "", 0, {
-        "state WAIT_START -> WAIT_REQUEST_IDENTITY (StartWPS wrote EAPOL-Start)",
-        "type Identity \"BWIPS-SimpleConfig-Enrollee-1-0\"",
-        "message M1 (0x04)", "Public Key                 0x1032  128  <hidden",
-        "Certificate Mode           0x1ff9    1  0x0f",
-        "message M7 (0x0b)", "Encrypted Settings         0x1018  176  sealed",
-        "state WAIT_M8 -> WAIT_REQUEST_FAILURE",
-        "ProcessReceivePacket = 2 (EAP-Failure after Done: run succeeded)",
-        "M7 signature verified",
-        "credential (GetWPSResult_Cert = 0):",
-        "\"-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar\"",
-        "private key            24 bytes <hidden",
-        "result: success"}},
-    DemoCase{"Psk", "--mode psk --pin 12345670", 0, {
-        "Device Password ID         0x1012    2  0x0000",
-        "credential (GetWPSResult_PSK = 0):", "network key            16 bytes",
-        "\"wapiwps-demo-psk\"", "result: success"}},
-    DemoCase{"PskFragmented", "--mode psk --fragment-m8 --network-key secret-key-1", 0, {
-        "MF LF", "more follow)", "reassembled message of", "state WAIT_M8 -> WAIT_REQUEST_FAILURE",
-        "\"secret-key-1\"", "result: success"}},
-    DemoCase{"CertFragmented", "--fragment-m8", 0, {
-        "ProcessReceivePacket = -100 (dropped), answer written", "message ACK (0x0d)",
-        "ProcessReceivePacket = 1 (M8 accepted, Done written)", "result: success"}},
-    DemoCase{"CertIdentityShowSecrets", "--identity CN=demo --show-secrets", 0, {
-        "M7 signature verified", "private key            24 bytes\n", "result: success"}},
-    // Settings are not sealed in the Wi-Fi flavour, so the enrollee cannot read R-S1 from M4:
-    // it answers with NACK (Configuration Error 18, sent little-endian) and the run ends.
-    DemoCase{"WifiEndsWithNack", "--mode wifi", 1, {
-        "type Identity \"WFA-SimpleConfig-Enrollee-1-0\"", "type 254 (expanded, WFA WSC)",
-        "WSC vendor 00:37:2a type 1", "Authentication Type Flags  0x1004    2  0x0027",
-        "state WAIT_M4 -> SEND_NACK_WAIT_FAILURE", "Configuration Error        0x1009    2  0x1200",
-        "ProcessReceivePacket = 100", "NACK received (configuration error 18)",
-        "result: failed (the run ended without a credential)"}},
-    DemoCase{"SecureChip", "--secure-chip", 0, {
-        "StartWPS_SecureChip wrote EAPOL-Start", "M7 signature verified",
-        "credential (GetWPSResult_Cert_SecureChipEx = 0):", "key index              1",
-        "\"wapiwps-sign-par\"", "result: success"}}),
+INSTANTIATE_TEST_SUITE_P(
+    Modes, CliDemo,
+    ::testing::Values(
+        DemoCase{"CertDefault",
+                 "",
+                 0,
+                 {"state WAIT_START -> WAIT_REQUEST_IDENTITY (StartWPS wrote EAPOL-Start)",
+                  "type Identity \"BWIPS-SimpleConfig-Enrollee-1-0\"", "message M1 (0x04)",
+                  "Public Key                 0x1032  128  <hidden",
+                  "Certificate Mode           0x1ff9    1  0x0f", "message M7 (0x0b)",
+                  "Encrypted Settings         0x1018  176  sealed",
+                  "state WAIT_M8 -> WAIT_REQUEST_FAILURE",
+                  "ProcessReceivePacket = 2 (EAP-Failure after Done: run succeeded)",
+                  "M7 signature verified", "credential (GetWPSResult_Cert = 0):",
+                  "\"-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar\"",
+                  "private key            24 bytes <hidden", "result: success"}},
+        DemoCase{"Psk",
+                 "--mode psk --pin 12345670",
+                 0,
+                 {"Device Password ID         0x1012    2  0x0000",
+                  "credential (GetWPSResult_PSK = 0):", "network key            16 bytes",
+                  "\"wapiwps-demo-psk\"", "result: success"}},
+        DemoCase{"PskFragmented",
+                 "--mode psk --fragment-m8 --network-key secret-key-1",
+                 0,
+                 {"MF LF", "more follow)", "reassembled message of",
+                  "state WAIT_M8 -> WAIT_REQUEST_FAILURE", "\"secret-key-1\"", "result: success"}},
+        DemoCase{"CertFragmented",
+                 "--fragment-m8",
+                 0,
+                 {"ProcessReceivePacket = -100 (dropped), answer written", "message ACK (0x0d)",
+                  "ProcessReceivePacket = 1 (M8 accepted, Done written)", "result: success"}},
+        DemoCase{"CertIdentityShowSecrets",
+                 "--identity CN=demo --show-secrets",
+                 0,
+                 {"M7 signature verified", "private key            24 bytes\n", "result: success"}},
+        // Settings are not sealed in the Wi-Fi flavour, so the enrollee cannot read R-S1 from M4:
+        // it answers with NACK (Configuration Error 18, sent little-endian) and the run ends.
+        DemoCase{"WifiEndsWithNack",
+                 "--mode wifi",
+                 1,
+                 {"type Identity \"WFA-SimpleConfig-Enrollee-1-0\"", "type 254 (expanded, WFA WSC)",
+                  "WSC vendor 00:37:2a type 1", "Authentication Type Flags  0x1004    2  0x0027",
+                  "state WAIT_M4 -> SEND_NACK_WAIT_FAILURE",
+                  "Configuration Error        0x1009    2  0x1200", "ProcessReceivePacket = 100",
+                  "NACK received (configuration error 18)",
+                  "result: failed (the run ended without a credential)"}},
+        DemoCase{"SecureChip",
+                 "--secure-chip",
+                 0,
+                 {"StartWPS_SecureChip wrote EAPOL-Start", "M7 signature verified",
+                  "credential (GetWPSResult_Cert_SecureChipEx = 0):", "key index              1",
+                  "\"wapiwps-sign-par\"", "result: success"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(CliDemoTiming, DefaultFinishesQuickly) {
@@ -146,8 +163,8 @@ TEST(CliPcap, TsharkDecodesWifiFlavourAsWsc) {
     ASSERT_EQ(demo.exit_code, 1) << demo.output;
     Outcome summary = run_shell("tshark -n -r " + pcap);
     ASSERT_EQ(summary.exit_code, 0) << summary.output;
-    for (const char* s : {"EAPOL", "Start", "Request, Identity", "Response, Identity", "WPS, M1", "WPS, M2",
-                          "WPS, M3", "WPS, M4", "WSC_NACK", "Failure"}) {
+    for (const char* s : {"EAPOL", "Start", "Request, Identity", "Response, Identity", "WPS, M1",
+                          "WPS, M2", "WPS, M3", "WPS, M4", "WSC_NACK", "Failure"}) {
         EXPECT_TRUE(summary.has(s)) << s << "\n" << summary.output;
     }
     Outcome detail = run_shell("tshark -n -V -r " + pcap);
@@ -158,7 +175,8 @@ TEST(CliPcap, TsharkDecodesWifiFlavourAsWsc) {
     std::string line, previous;
     int public_key_errors = 0;
     while (std::getline(lines, line)) {
-        if (line.find("Expert Info (Error") != std::string::npos || line.find("Expert Info (Warn") != std::string::npos) {
+        if (line.find("Expert Info (Error") != std::string::npos ||
+            line.find("Expert Info (Warn") != std::string::npos) {
             ASSERT_NE(line.find("Value length not 192"), std::string::npos) << line;
             ++public_key_errors;
         }
@@ -172,14 +190,16 @@ TEST(CliPcap, CertificateModeFileHasEveryFrame) {
     Outcome demo = run_cli("demo --fragment-m8 --pcap " + pcap);
     ASSERT_EQ(demo.exit_code, 0) << demo.output;
     std::ifstream in(pcap, std::ios::binary);
-    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)),
+                                     std::istreambuf_iterator<char>());
     ASSERT_GE(bytes.size(), 24u);
     EXPECT_EQ(bytes[0], 0xD4);  // little-endian pcap magic a1b2c3d4
     EXPECT_EQ(bytes[20], 1);    // link type 1: Ethernet
     // Walk the records: 16 frames (Start ... M7, two M8 fragments with ACK, Done, Failure).
     size_t at = 24, frames = 0;
     while (at + 16 <= bytes.size()) {
-        size_t caplen = bytes[at + 8] | (bytes[at + 9] << 8) | (bytes[at + 10] << 16) | (size_t(bytes[at + 11]) << 24);
+        size_t caplen = bytes[at + 8] | (bytes[at + 9] << 8) | (bytes[at + 10] << 16) |
+                        (size_t(bytes[at + 11]) << 24);
         ASSERT_LE(at + 16 + caplen, bytes.size());
         EXPECT_EQ(bytes[at + 16 + 12], 0x88);
         EXPECT_EQ(bytes[at + 16 + 13], 0x8E);
@@ -193,7 +213,7 @@ TEST(CliPcap, CertificateModeFileHasEveryFrame) {
 
 // enroll and registrar in two network namespaces joined by a veth pair.
 class CliNamespaces : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         const std::string id = std::to_string(getpid() % 100000);
         ns_e_ = "wwps-e-" + id;
@@ -222,18 +242,21 @@ protected:
             sh("ip link del " + if_e_);
         }
     }
-    static bool sh(const std::string& cmd) { return std::system((cmd + " > /dev/null 2>&1").c_str()) == 0; }
+    static bool sh(const std::string& cmd) {
+        return std::system((cmd + " > /dev/null 2>&1").c_str()) == 0;
+    }
 
     // Starts the registrar in the background, runs the enrollee, then collects the registrar.
-    void exchange(const std::string& registrar_args, const std::string& enroll_args, Outcome& enrollee, Outcome& registrar) {
+    void exchange(const std::string& registrar_args, const std::string& enroll_args,
+                  Outcome& enrollee, Outcome& registrar) {
         const std::string out_r = temp_path("registrar.txt"), rc_r = temp_path("registrar.rc");
         std::remove(rc_r.c_str());
-        std::string reg_cmd = "(timeout 40 ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY + " registrar --iface " +
-                              if_r_ + " --timeout 20 " + registrar_args + " > " + out_r + " 2>&1; echo $? > " + rc_r +
-                              ") &";
+        std::string reg_cmd = "(timeout 40 ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY +
+                              " registrar --iface " + if_r_ + " --timeout 20 " + registrar_args +
+                              " > " + out_r + " 2>&1; echo $? > " + rc_r + ") &";
         ASSERT_EQ(std::system(reg_cmd.c_str()), 0);
-        enrollee = run_shell("ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY + " enroll --iface " + if_e_ +
-                                 " --timeout 20 " + enroll_args,
+        enrollee = run_shell("ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY +
+                                 " enroll --iface " + if_e_ + " --timeout 20 " + enroll_args,
                              45);
         // The registrar ends right after its EAP-Failure; wait for its exit code, bounded.
         for (int i = 0; i < 450 && !std::ifstream(rc_r).good(); ++i) {
@@ -242,7 +265,8 @@ protected:
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         std::ifstream rc(rc_r), out(out_r);
         rc >> registrar.exit_code;
-        registrar.output.assign(std::istreambuf_iterator<char>(out), std::istreambuf_iterator<char>());
+        registrar.output.assign(std::istreambuf_iterator<char>(out),
+                                std::istreambuf_iterator<char>());
         std::remove(rc_r.c_str());
         std::remove(out_r.c_str());
     }
@@ -258,7 +282,8 @@ TEST_F(CliNamespaces, CertificateExchangeOverVeth) {
     EXPECT_EQ(enrollee.exit_code, 0) << enrollee.output;
     EXPECT_EQ(registrar.exit_code, 0) << registrar.output;
     EXPECT_TRUE(enrollee.has("credential (GetWPSResult_Cert = 0):")) << enrollee.output;
-    EXPECT_TRUE(enrollee.has("\"-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar\"")) << enrollee.output;
+    EXPECT_TRUE(enrollee.has("\"-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar\""))
+        << enrollee.output;
     EXPECT_TRUE(enrollee.has("02:00:00:00:0e:02 -> 02:00:00:00:0e:01")) << enrollee.output;
     EXPECT_TRUE(registrar.has("enrollee 02:00:00:00:0e:01 started")) << registrar.output;
     EXPECT_TRUE(registrar.has("Done received, M7 signature verified")) << registrar.output;
@@ -285,12 +310,13 @@ TEST_F(CliNamespaces, RegistrarStartingLateGetsRepeatedStart) {
     Outcome enrollee, registrar;
     const std::string out_e = temp_path("late-enrollee.txt"), rc_e = temp_path("late-enrollee.rc");
     std::remove(rc_e.c_str());
-    std::string enroll_cmd = "(timeout 40 ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY + " enroll --iface " +
-                             if_e_ + " --timeout 20 --mode psk > " + out_e + " 2>&1; echo $? > " + rc_e + ") &";
+    std::string enroll_cmd = "(timeout 40 ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY +
+                             " enroll --iface " + if_e_ + " --timeout 20 --mode psk > " + out_e +
+                             " 2>&1; echo $? > " + rc_e + ") &";
     ASSERT_EQ(std::system(enroll_cmd.c_str()), 0);
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-    registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY + " registrar --iface " + if_r_ +
-                              " --timeout 20 --mode psk",
+    registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY +
+                              " registrar --iface " + if_r_ + " --timeout 20 --mode psk",
                           45);
     for (int i = 0; i < 450 && !std::ifstream(rc_e).good(); ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
@@ -308,23 +334,28 @@ TEST_F(CliNamespaces, RegistrarStartingLateGetsRepeatedStart) {
 }
 
 TEST_F(CliNamespaces, RegistrarTimesOutWithoutEnrollee) {
-    Outcome registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY + " registrar --iface " + if_r_ +
-                                  " --timeout 1", 30);
+    Outcome registrar = run_shell("ip netns exec " + ns_r_ + " " + WAPIWPS_CLI_BINARY +
+                                      " registrar --iface " + if_r_ + " --timeout 1",
+                                  30);
     EXPECT_EQ(registrar.exit_code, 3) << registrar.output;
     EXPECT_TRUE(registrar.has("timeout: no frame from the enrollee for 1 s")) << registrar.output;
 }
 
 TEST_F(CliNamespaces, EnrollTimesOutWithoutRegistrar) {
-    Outcome enrollee = run_shell("ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY + " enroll --iface " + if_e_ +
-                             " --timeout 2", 30);
+    Outcome enrollee = run_shell("ip netns exec " + ns_e_ + " " + WAPIWPS_CLI_BINARY +
+                                     " enroll --iface " + if_e_ + " --timeout 2",
+                                 30);
     EXPECT_EQ(enrollee.exit_code, 3) << enrollee.output;
     EXPECT_TRUE(enrollee.has("no answer yet: EAPOL-Start again")) << enrollee.output;
-    EXPECT_TRUE(enrollee.has("timeout: no frame accepted for 2 s (state WAIT_REQUEST_IDENTITY)")) << enrollee.output;
+    EXPECT_TRUE(enrollee.has("timeout: no frame accepted for 2 s (state WAIT_REQUEST_IDENTITY)"))
+        << enrollee.output;
 }
 
 #else
 
-TEST(CliProgram, NotBuilt) { GTEST_SKIP() << "the wapiwps program is not built for this platform"; }
+TEST(CliProgram, NotBuilt) {
+    GTEST_SKIP() << "the wapiwps program is not built for this platform";
+}
 
 #endif
 

@@ -23,7 +23,8 @@ int sockets_on_path(const std::string& path) {
     std::string line;
     int count = 0;
     while (std::getline(in, line)) {
-        if (line.size() > path.size() && line.compare(line.size() - path.size(), path.size(), path) == 0 &&
+        if (line.size() > path.size() &&
+            line.compare(line.size() - path.size(), path.size(), path) == 0 &&
             line[line.size() - path.size() - 1] == ' ') {
             ++count;
         }
@@ -87,7 +88,8 @@ void ChipService::wait_for_client() {
 #if defined(WAPIWPS_CLI_CHIPSIM)
     // The library's watcher polls for the service every 500 ms; wait for its connection, bounded.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(3);
-    while (impl_->sim && sockets_on_path(impl_->socket_path) < 2 && std::chrono::steady_clock::now() < deadline) {
+    while (impl_->sim && sockets_on_path(impl_->socket_path) < 2 &&
+           std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 #endif

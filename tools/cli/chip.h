@@ -9,7 +9,7 @@
 namespace cli {
 
 class ChipService {
-public:
+  public:
     ChipService();
     ~ChipService();
     ChipService(const ChipService&) = delete;
@@ -19,7 +19,7 @@ public:
     // Waits (bounded) until the library's secure-chip client has reached the service.
     void wait_for_client();
 
-private:
+  private:
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -29,19 +29,19 @@ enum class Command { None, Demo, Enroll, Registrar };
 struct Options {
     Command command = Command::None;
     bool help = false;
-    uint32_t wps_mode = 3;               // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
-    std::optional<std::string> pin;      // absent: push-button password "00000000"
+    uint32_t wps_mode = 3;           // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
+    std::optional<std::string> pin;  // absent: push-button password "00000000"
     bool secure_chip = false;
-    bool fragment_m8 = false;            // the registrar sends M8 in fragments
-    size_t fragment_size = 0;            // at most this many bytes each; 0: two, split early
+    bool fragment_m8 = false;  // the registrar sends M8 in fragments
+    size_t fragment_size = 0;  // at most this many bytes each; 0: two, split early
     std::string pcap_path;
     bool show_secrets = false;
-    bool trace = false;                  // print the library's own diagnostic lines
+    bool trace = false;  // print the library's own diagnostic lines
     std::string iface;
     std::optional<Mac> peer;
     uint32_t timeout_s = 10;
     std::string network_key = "wapiwps-demo-psk";
-    std::optional<std::string> identity; // certificate identity registered for the registrar
+    std::optional<std::string> identity;  // certificate identity registered for the registrar
 };
 
 // Parses argv (without the program name). On failure returns false and sets `error`.
@@ -58,7 +58,15 @@ std::string describe_result(int32_t result);
 // ---- Frame classification and decoding -------------------------------------------------------
 // What a frame (starting at the EAPOL header) is, as far as the exchange is concerned.
 enum class FrameKind {
-    Unknown, EapolStart, IdentityRequest, IdentityResponse, WscStart, Message, Ack, Nack, Done,
+    Unknown,
+    EapolStart,
+    IdentityRequest,
+    IdentityResponse,
+    WscStart,
+    Message,
+    Ack,
+    Nack,
+    Done,
     Failure
 };
 struct FrameInfo {
@@ -75,21 +83,21 @@ int mirror_state(int state, int32_t result, std::span<const uint8_t> answer);
 // Turns frames into readable transcript lines. One decoder per direction: it also collects the
 // fragments of a fragmented message and decodes the whole once the last one has arrived.
 class FrameDecoder {
-public:
+  public:
     explicit FrameDecoder(bool show_secrets) : show_secrets_(show_secrets) {}
     std::vector<std::string> decode(std::span<const uint8_t> eapol);
 
-private:
+  private:
     void decode_attributes(std::span<const uint8_t> body, int depth, std::vector<std::string>& out);
     bool show_secrets_;
-    Bytes pending_;       // fragments collected so far
+    Bytes pending_;  // fragments collected so far
     bool in_fragments_ = false;
 };
 
 // ---- pcap output -----------------------------------------------------------------------------
 // Writes frames as Ethernet/EAPOL packets to a pcap file (libpcap's dump writer, DLT_EN10MB).
 class PcapWriter {
-public:
+  public:
     PcapWriter() = default;
     ~PcapWriter();
     PcapWriter(const PcapWriter&) = delete;
@@ -98,7 +106,7 @@ public:
     bool is_open() const { return dumper_ != nullptr; }
     void write(const Mac& dst, const Mac& src, std::span<const uint8_t> eapol);
 
-private:
+  private:
     void* dead_ = nullptr;    // pcap_t*
     void* dumper_ = nullptr;  // pcap_dumper_t*
 };

@@ -105,50 +105,79 @@ const AttributeInfo* find_attribute(uint16_t type) {
 
 const char* message_type_name(uint8_t type) {
     switch (type) {
-    case 0x04: return "M1";
-    case 0x05: return "M2";
-    case 0x06: return "M2D";
-    case 0x07: return "M3";
-    case 0x08: return "M4";
-    case 0x09: return "M5";
-    case 0x0A: return "M6";
-    case 0x0B: return "M7";
-    case 0x0C: return "M8";
-    case 0x0D: return "ACK";
-    case 0x0E: return "NACK";
-    case 0x0F: return "Done";
-    default: return "unknown";
+        case 0x04:
+            return "M1";
+        case 0x05:
+            return "M2";
+        case 0x06:
+            return "M2D";
+        case 0x07:
+            return "M3";
+        case 0x08:
+            return "M4";
+        case 0x09:
+            return "M5";
+        case 0x0A:
+            return "M6";
+        case 0x0B:
+            return "M7";
+        case 0x0C:
+            return "M8";
+        case 0x0D:
+            return "ACK";
+        case 0x0E:
+            return "NACK";
+        case 0x0F:
+            return "Done";
+        default:
+            return "unknown";
     }
 }
 
 const char* op_code_name(uint8_t op) {
     switch (op) {
-    case kOpStart: return "Start";
-    case kOpAck: return "ACK";
-    case kOpNack: return "NACK";
-    case kOpMsg: return "MSG";
-    case kOpDone: return "Done";
-    default: return "unknown";
+        case kOpStart:
+            return "Start";
+        case kOpAck:
+            return "ACK";
+        case kOpNack:
+            return "NACK";
+        case kOpMsg:
+            return "MSG";
+        case kOpDone:
+            return "Done";
+        default:
+            return "unknown";
     }
 }
 
 const char* eap_code_name(uint8_t code) {
     switch (code) {
-    case 1: return "Request";
-    case 2: return "Response";
-    case 3: return "Success";
-    case 4: return "Failure";
-    default: return "unknown";
+        case 1:
+            return "Request";
+        case 2:
+            return "Response";
+        case 3:
+            return "Success";
+        case 4:
+            return "Failure";
+        default:
+            return "unknown";
     }
 }
 
 const char* eapol_type_name(uint8_t type) {
     switch (type) {
-    case 0: return "EAP-Packet";
-    case 1: return "Start";
-    case 2: return "Logoff";
-    case 3: return "Key";
-    default: return "unknown";
+        case 0:
+            return "EAP-Packet";
+        case 1:
+            return "Start";
+        case 2:
+            return "Logoff";
+        case 3:
+            return "Key";
+        default:
+            return "unknown";
     }
 }
 
@@ -165,7 +194,8 @@ std::string quoted_text(std::span<const uint8_t> bytes) {
 }
 
 // Hex in lines of 32 bytes, each line indented to `indent`.
-void hex_lines(std::span<const uint8_t> bytes, const std::string& indent, std::vector<std::string>& out) {
+void hex_lines(std::span<const uint8_t> bytes, const std::string& indent,
+               std::vector<std::string>& out) {
     constexpr size_t kPerLine = 32;
     for (size_t at = 0; at < bytes.size(); at += kPerLine) {
         size_t n = bytes.size() - at < kPerLine ? bytes.size() - at : kPerLine;
@@ -249,29 +279,46 @@ std::string hex(std::span<const uint8_t> bytes) {
 
 const char* state_name(int state) {
     switch (state) {
-    case 1: return "WAIT_START";
-    case 2: return "WAIT_REQUEST_IDENTITY";
-    case 3: return "WAIT_WPS_START";
-    case 4: return "WAIT_M2";
-    case 5: return "WAIT_M4";
-    case 6: return "WAIT_M6";
-    case 7: return "WAIT_M8";
-    case 8: return "WAIT_REQUEST_FAILURE";
-    case 9: return "SEND_NACK_WAIT_FAILURE";
-    case 10: return "SEND_ACK_WAIT_FAILURE";
-    default: return "unknown";
+        case 1:
+            return "WAIT_START";
+        case 2:
+            return "WAIT_REQUEST_IDENTITY";
+        case 3:
+            return "WAIT_WPS_START";
+        case 4:
+            return "WAIT_M2";
+        case 5:
+            return "WAIT_M4";
+        case 6:
+            return "WAIT_M6";
+        case 7:
+            return "WAIT_M8";
+        case 8:
+            return "WAIT_REQUEST_FAILURE";
+        case 9:
+            return "SEND_NACK_WAIT_FAILURE";
+        case 10:
+            return "SEND_ACK_WAIT_FAILURE";
+        default:
+            return "unknown";
     }
 }
 
 std::string describe_result(int32_t result) {
     constexpr int32_t kCheckerBase = 65536;
     switch (result) {
-    case 0: return "0 (accepted, answer written)";
-    case 1: return "1 (M8 accepted, Done written)";
-    case 2: return "2 (EAP-Failure after Done: run succeeded)";
-    case 100: return "100 (EAP-Failure after NACK or M2D: run ended without result)";
-    case -100: return "-100 (dropped)";
-    default: break;
+        case 0:
+            return "0 (accepted, answer written)";
+        case 1:
+            return "1 (M8 accepted, Done written)";
+        case 2:
+            return "2 (EAP-Failure after Done: run succeeded)";
+        case 100:
+            return "100 (EAP-Failure after NACK or M2D: run ended without result)";
+        case -100:
+            return "-100 (dropped)";
+        default:
+            break;
     }
     if (result > kCheckerBase - 200 && result < kCheckerBase) {
         return format("%d (refused by a header check, code %d)", result, result - kCheckerBase);
@@ -299,8 +346,9 @@ FrameInfo classify_frame(std::span<const uint8_t> f) {
         return info;
     }
     if (f[8] == kEapTypeIdentity) {
-        info.kind = f[4] == kEapRequest ? FrameKind::IdentityRequest
-                    : f[4] == kEapResponse ? FrameKind::IdentityResponse : FrameKind::Unknown;
+        info.kind = f[4] == kEapRequest    ? FrameKind::IdentityRequest
+                    : f[4] == kEapResponse ? FrameKind::IdentityResponse
+                                           : FrameKind::Unknown;
         return info;
     }
     if ((f[8] != kEapTypeWapiWps && f[8] != kEapTypeExpanded) || f.size() < kWscHeaderEnd) {
@@ -308,12 +356,23 @@ FrameInfo classify_frame(std::span<const uint8_t> f) {
     }
     info.flags = f[17];
     switch (f[16]) {
-    case kOpStart: info.kind = FrameKind::WscStart; return info;
-    case kOpAck: info.kind = FrameKind::Ack; break;
-    case kOpNack: info.kind = FrameKind::Nack; break;
-    case kOpDone: info.kind = FrameKind::Done; break;
-    case kOpMsg: info.kind = FrameKind::Message; break;
-    default: return info;
+        case kOpStart:
+            info.kind = FrameKind::WscStart;
+            return info;
+        case kOpAck:
+            info.kind = FrameKind::Ack;
+            break;
+        case kOpNack:
+            info.kind = FrameKind::Nack;
+            break;
+        case kOpDone:
+            info.kind = FrameKind::Done;
+            break;
+        case kOpMsg:
+            info.kind = FrameKind::Message;
+            break;
+        default:
+            return info;
     }
     info.message_type = find_message_type(wsc_payload(f, info.flags));
     return info;
@@ -329,20 +388,31 @@ int mirror_state(int state, int32_t result, std::span<const uint8_t> answer) {
     }
     FrameInfo info = classify_frame(answer);
     switch (info.kind) {
-    case FrameKind::IdentityResponse: return 3;
-    case FrameKind::Done: return 8;
-    case FrameKind::Nack: return 9;
-    // An ACK with a drop result answers an M8 fragment (the state stays); otherwise it answers M2D.
-    case FrameKind::Ack: return result == kResultDropped ? state : 10;
-    case FrameKind::Message:
-        switch (info.message_type) {
-        case 0x04: return 4;
-        case 0x07: return 5;
-        case 0x09: return 6;
-        case 0x0B: return 7;
-        default: return state;
-        }
-    default: return state;
+        case FrameKind::IdentityResponse:
+            return 3;
+        case FrameKind::Done:
+            return 8;
+        case FrameKind::Nack:
+            return 9;
+        // An ACK with a drop result answers an M8 fragment (the state stays); otherwise it answers
+        // M2D.
+        case FrameKind::Ack:
+            return result == kResultDropped ? state : 10;
+        case FrameKind::Message:
+            switch (info.message_type) {
+                case 0x04:
+                    return 4;
+                case 0x07:
+                    return 5;
+                case 0x09:
+                    return 6;
+                case 0x0B:
+                    return 7;
+                default:
+                    return state;
+            }
+        default:
+            return state;
     }
 }
 
@@ -367,7 +437,8 @@ std::vector<std::string> FrameDecoder::decode(std::span<const uint8_t> f) {
     // Fragments carry their EAP length little-endian on purpose (the enrollee reads it in host
     // order to size the fragment copy); say so rather than call the frame malformed.
     const uint16_t swapped = static_cast<uint16_t>((eap_len >> 8) | (eap_len << 8));
-    if (eap_len != f.size() - 4 && f.size() >= 9 && (swapped == f.size() - 4 || swapped == f.size() - 9)) {
+    if (eap_len != f.size() - 4 && f.size() >= 9 &&
+        (swapped == f.size() - 4 || swapped == f.size() - 9)) {
         line += format(" (little-endian %u)", swapped);
     }
     if (f[4] == kEapFailure || f.size() < 9) {
@@ -376,24 +447,27 @@ std::vector<std::string> FrameDecoder::decode(std::span<const uint8_t> f) {
     }
     const uint8_t eap_type = f[8];
     if (eap_type == kEapTypeIdentity) {
-        size_t end = 4 + static_cast<size_t>(eap_len) < f.size() ? 4 + static_cast<size_t>(eap_len) : f.size();
+        size_t end = 4 + static_cast<size_t>(eap_len) < f.size() ? 4 + static_cast<size_t>(eap_len)
+                                                                 : f.size();
         auto text = end > 9 ? f.subspan(9, end - 9) : std::span<const uint8_t>{};
-        out.push_back(line + ", type Identity" + (text.empty() ? std::string() : " " + quoted_text(text)));
+        out.push_back(line + ", type Identity" +
+                      (text.empty() ? std::string() : " " + quoted_text(text)));
         return out;
     }
     if (eap_type != kEapTypeWapiWps && eap_type != kEapTypeExpanded) {
         out.push_back(line + format(", type %u (not Simple Config)", eap_type));
         return out;
     }
-    line += eap_type == kEapTypeWapiWps ? ", type 242 (WAPI WPS)" : ", type 254 (expanded, WFA WSC)";
+    line +=
+        eap_type == kEapTypeWapiWps ? ", type 242 (WAPI WPS)" : ", type 254 (expanded, WFA WSC)";
     if (f.size() < kWscHeaderEnd) {
         out.push_back(line + format(" | truncated WSC header (%zu bytes)", f.size()));
         return out;
     }
     const uint8_t op = f[16], flags = f[17];
     out.push_back(line);
-    std::string wsc = format("    WSC vendor %02x:%02x:%02x type %u, op-code %s (%u), flags 0x%02x", f[9], f[10],
-                             f[11], be32(f, 12), op_code_name(op), op, flags);
+    std::string wsc = format("    WSC vendor %02x:%02x:%02x type %u, op-code %s (%u), flags 0x%02x",
+                             f[9], f[10], f[11], be32(f, 12), op_code_name(op), op, flags);
     if (flags & kFlagMore) wsc += " MF";
     if (flags & kFlagLength) wsc += " LF";
     if ((flags & kFlagLength) && f.size() >= kWscHeaderEnd + 2) {
@@ -407,16 +481,18 @@ std::vector<std::string> FrameDecoder::decode(std::span<const uint8_t> f) {
         pending_.insert(pending_.end(), body.begin(), body.end());
         if (flags & kFlagMore) {
             in_fragments_ = true;
-            out.push_back(format("    fragment of %zu bytes (%zu collected, more follow)", body.size(), pending_.size()));
+            out.push_back(format("    fragment of %zu bytes (%zu collected, more follow)",
+                                 body.size(), pending_.size()));
             return out;
         }
         in_fragments_ = false;
-        out.push_back(format("    last fragment of %zu bytes: reassembled message of %zu bytes", body.size(),
-                             pending_.size()));
+        out.push_back(format("    last fragment of %zu bytes: reassembled message of %zu bytes",
+                             body.size(), pending_.size()));
         Bytes whole;
         whole.swap(pending_);
         uint8_t mt = find_message_type(whole);
-        out.push_back(format("    message %s (0x%02x), %zu bytes", message_type_name(mt), mt, whole.size()));
+        out.push_back(
+            format("    message %s (0x%02x), %zu bytes", message_type_name(mt), mt, whole.size()));
         decode_attributes(whole, 0, out);
         return out;
     }
@@ -424,69 +500,80 @@ std::vector<std::string> FrameDecoder::decode(std::span<const uint8_t> f) {
         return out;
     }
     uint8_t mt = find_message_type(body);
-    out.push_back(format("    message %s (0x%02x), %zu bytes", message_type_name(mt), mt, body.size()));
+    out.push_back(
+        format("    message %s (0x%02x), %zu bytes", message_type_name(mt), mt, body.size()));
     decode_attributes(body, 0, out);
     return out;
 }
 
-void FrameDecoder::decode_attributes(std::span<const uint8_t> body, int depth, std::vector<std::string>& out) {
+void FrameDecoder::decode_attributes(std::span<const uint8_t> body, int depth,
+                                     std::vector<std::string>& out) {
     const std::string indent(6 + 2 * static_cast<size_t>(depth), ' ');
     size_t at = 0;
     while (at < body.size()) {
         if (body.size() - at < 4) {
-            out.push_back(indent + format("(%zu trailing bytes, too short for an attribute)", body.size() - at));
+            out.push_back(indent + format("(%zu trailing bytes, too short for an attribute)",
+                                          body.size() - at));
             return;
         }
         const uint16_t type = be16(body, at);
         const size_t len = be16(body, at + 2);
         const AttributeInfo* info = find_attribute(type);
-        std::string head = indent + format("%-26s 0x%04x %4zu  ", info ? info->name : "(unknown attribute)", type, len);
+        std::string head = indent + format("%-26s 0x%04x %4zu  ",
+                                           info ? info->name : "(unknown attribute)", type, len);
         if (len > body.size() - at - 4) {
-            out.push_back(head + format("malformed: length runs %zu bytes past the message", len - (body.size() - at - 4)));
+            out.push_back(head + format("malformed: length runs %zu bytes past the message",
+                                        len - (body.size() - at - 4)));
             return;
         }
         std::span<const uint8_t> v = body.subspan(at + 4, len);
         const Show show = info ? info->show : Show::Bytes;
         switch (show) {
-        case Show::Number:
-            if (len == 1) out.push_back(head + format("0x%02x", v[0]));
-            else if (len == 2) out.push_back(head + format("0x%04x", be16(v, 0)));
-            else if (len == 4) out.push_back(head + format("0x%08x", be32(v, 0)));
-            else out.push_back(head + hex(v));
-            break;
-        case Show::MessageType:
-            out.push_back(head + (len == 1 ? format("%s (0x%02x)", message_type_name(v[0]), v[0]) : hex(v)));
-            break;
-        case Show::Text:
-            out.push_back(head + quoted_text(v));
-            break;
-        case Show::Secret:
-            if (!show_secrets_) {
-                out.push_back(head + "<hidden, --show-secrets shows it>");
+            case Show::Number:
+                if (len == 1)
+                    out.push_back(head + format("0x%02x", v[0]));
+                else if (len == 2)
+                    out.push_back(head + format("0x%04x", be16(v, 0)));
+                else if (len == 4)
+                    out.push_back(head + format("0x%08x", be32(v, 0)));
+                else
+                    out.push_back(head + hex(v));
                 break;
-            }
-            [[fallthrough]];
-        case Show::Bytes:
-            if (len <= 32) {
-                out.push_back(head + hex(v));
-            } else {
-                out.push_back(head);
-                hex_lines(v, indent + "  ", out);
-            }
-            break;
-        case Show::Nested:
-            out.push_back(head + "nested attributes:");
-            decode_attributes(v, depth + 1, out);
-            break;
-        case Show::Sealed:
-            if (len < 16) {
-                out.push_back(head + "sealed, too short for its IV: " + hex(v));
+            case Show::MessageType:
+                out.push_back(head + (len == 1
+                                          ? format("%s (0x%02x)", message_type_name(v[0]), v[0])
+                                          : hex(v)));
                 break;
-            }
-            out.push_back(head + format("sealed: IV and %zu bytes of ciphertext", len - 16));
-            out.push_back(indent + "  IV " + hex(v.first(16)));
-            hex_lines(v.subspan(16), indent + "  ", out);
-            break;
+            case Show::Text:
+                out.push_back(head + quoted_text(v));
+                break;
+            case Show::Secret:
+                if (!show_secrets_) {
+                    out.push_back(head + "<hidden, --show-secrets shows it>");
+                    break;
+                }
+                [[fallthrough]];
+            case Show::Bytes:
+                if (len <= 32) {
+                    out.push_back(head + hex(v));
+                } else {
+                    out.push_back(head);
+                    hex_lines(v, indent + "  ", out);
+                }
+                break;
+            case Show::Nested:
+                out.push_back(head + "nested attributes:");
+                decode_attributes(v, depth + 1, out);
+                break;
+            case Show::Sealed:
+                if (len < 16) {
+                    out.push_back(head + "sealed, too short for its IV: " + hex(v));
+                    break;
+                }
+                out.push_back(head + format("sealed: IV and %zu bytes of ciphertext", len - 16));
+                out.push_back(indent + "  IV " + hex(v.first(16)));
+                hex_lines(v.subspan(16), indent + "  ", out);
+                break;
         }
         at += 4 + len;
     }

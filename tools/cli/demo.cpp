@@ -18,9 +18,12 @@ constexpr int kMaxFrames = 1000;
 
 const char* mode_name(uint32_t mode) {
     switch (mode) {
-    case 1: return "Wi-Fi flavour";
-    case 3: return "WAPI certificate mode";
-    default: return "WAPI pre-shared-key mode";
+        case 1:
+            return "Wi-Fi flavour";
+        case 3:
+            return "WAPI certificate mode";
+        default:
+            return "WAPI pre-shared-key mode";
     }
 }
 
@@ -38,7 +41,9 @@ int run_demo(const Options& opt) {
         std::fprintf(stderr, "wapiwps: secure-chip simulator: %s\n", error.c_str());
         return kExitSetup;
     }
-    const char* signing = opt.wps_mode != 3 ? "" : opt.secure_chip ? ", secure-chip signing" : ", software signing";
+    const char* signing = opt.wps_mode != 3 ? ""
+                          : opt.secure_chip ? ", secure-chip signing"
+                                            : ", software signing";
     std::printf("wapiwps demo: %s%s, %s\n", mode_name(opt.wps_mode), signing,
                 opt.pin ? ("PIN " + *opt.pin).c_str() : "push button (password \"00000000\")");
     std::printf("  enrollee %s (library), registrar %s (reference, in-process)%s\n",
@@ -76,7 +81,8 @@ int run_demo(const Options& opt) {
         }
         registrar_finished = status == registrar::Status::Finished;
         for (const registrar::Bytes& reply : replies) {
-            print_frame(++seq, "registrar -> enrollee ", kDemoRegistrarMac, kDemoEnrolleeMac, reply, to_enrollee);
+            print_frame(++seq, "registrar -> enrollee ", kDemoRegistrarMac, kDemoEnrolleeMac, reply,
+                        to_enrollee);
             pcap.write(kDemoEnrolleeMac, kDemoRegistrarMac, reply);
             if (opt.secure_chip && classify_frame(reply).message_type == 0x0A) {
                 // M7 is signed by the chip: give the library's watcher time to reach the service.
@@ -100,7 +106,8 @@ int run_demo(const Options& opt) {
     } else if (enrollee.finished()) {
         std::printf("result: failed (the run ended without a credential)\n");
     } else {
-        std::printf("result: failed (the exchange stalled in state %s)\n", state_name(enrollee.state()));
+        std::printf("result: failed (the exchange stalled in state %s)\n",
+                    state_name(enrollee.state()));
     }
     return kExitFailed;
 }

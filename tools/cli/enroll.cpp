@@ -79,7 +79,8 @@ int run_enroll(const Options& opt) {
     const auto silence = std::chrono::seconds(opt.timeout_s);
     auto deadline = Clock::now() + silence;
     auto next_start = Clock::now() + kStartRepeat;
-    std::optional<Mac> registrar = opt.peer && *opt.peer != kPaeGroupAddress ? opt.peer : std::nullopt;
+    std::optional<Mac> registrar =
+        opt.peer && *opt.peer != kPaeGroupAddress ? opt.peer : std::nullopt;
     while (!enrollee.finished()) {
         const auto now = Clock::now();
         if (now >= deadline) {
@@ -95,7 +96,9 @@ int run_enroll(const Options& opt) {
             next_start = now + kStartRepeat;
         }
         auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(
-            std::min(deadline, enrollee.state() == WAPIWPS_WAIT_REQUEST_IDENTITY ? next_start : deadline) - now);
+            std::min(deadline,
+                     enrollee.state() == WAPIWPS_WAIT_REQUEST_IDENTITY ? next_start : deadline) -
+            now);
         Mac src{}, to{};
         Bytes frame;
         Link::Receive r = link.receive(src, to, frame, static_cast<int>(wait.count()) + 1, error);
@@ -103,7 +106,8 @@ int run_enroll(const Options& opt) {
             std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
             return kExitLink;
         }
-        if (r == Link::Receive::Timeout || !addressed_to(to, own) || (registrar && src != *registrar)) {
+        if (r == Link::Receive::Timeout || !addressed_to(to, own) ||
+            (registrar && src != *registrar)) {
             continue;  // silence, or a frame meant for someone else
         }
         print_frame(++seq, "registrar -> enrollee ", src, to, frame, received_decoder);

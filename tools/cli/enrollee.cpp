@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint32_t kSecureChipKeyIndex = 1;
 constexpr std::array<uint8_t, 16> kSecureChipSignParam = {'w', 'a', 'p', 'i', 'w', 'p', 's', '-',
-                                                           's', 'i', 'g', 'n', '-', 'p', 'a', 'r'};
+                                                          's', 'i', 'g', 'n', '-', 'p', 'a', 'r'};
 // The simulator does not check the admin login key; the library only keeps it in memory.
 constexpr std::array<uint8_t, 16> kSecureChipLoginKey = {'d', 'e', 'm', 'o', '-', 'a', 'd', 'm',
                                                          'i', 'n', '-', 'l', 'o', 'g', 'i', 'n'};
@@ -72,11 +72,13 @@ bool Enrollee::prepare(std::string& error) {
     if (opt_.trace) {
         WapiWps_SetTraceCallback(trace_line, nullptr, opt_.show_secrets ? 1 : 0);
     }
-    static constexpr wapiwps_utf16 kDeviceName[] = {'w', 'a', 'p', 'i', 'w', 'p', 's', ' ', 'h', 'o', 's', 't', 0};
+    static constexpr wapiwps_utf16 kDeviceName[] = {'w', 'a', 'p', 'i', 'w', 'p', 's',
+                                                    ' ', 'h', 'o', 's', 't', 0};
     SetDeviceInfo(kHostEnrolleeUuid.data(), kDeviceName);
     if (opt_.secure_chip) {
-        if (SetSecureChipParam(static_cast<int32_t>(kSecureChipLoginKey.size()), kSecureChipLoginKey.data(), 0, nullptr,
-                               kSecureChipKeyIndex, kSecureChipSignParam.data()) != 0) {
+        if (SetSecureChipParam(static_cast<int32_t>(kSecureChipLoginKey.size()),
+                               kSecureChipLoginKey.data(), 0, nullptr, kSecureChipKeyIndex,
+                               kSecureChipSignParam.data()) != 0) {
             error = "SetSecureChipParam refused the secure-chip parameters";
             return false;
         }
@@ -87,13 +89,15 @@ bool Enrollee::prepare(std::string& error) {
 bool Enrollee::start(Mac& dst, Bytes& frame, std::string& error) {
     uint32_t out_len = 0;
     const char* pin = opt_.pin ? opt_.pin->c_str() : nullptr;
-    int32_t ok = opt_.secure_chip
-                     ? StartWPS_SecureChip(own_.data(), WAPIWPS_ADDRESS_MAC, static_cast<int32_t>(opt_.wps_mode),
-                                           peer_.data(), pin, out_.data(), &out_len)
-                     : StartWPS(own_.data(), WAPIWPS_ADDRESS_MAC, static_cast<int32_t>(opt_.wps_mode), peer_.data(),
-                                pin, out_.data(), &out_len);
+    int32_t ok = opt_.secure_chip ? StartWPS_SecureChip(own_.data(), WAPIWPS_ADDRESS_MAC,
+                                                        static_cast<int32_t>(opt_.wps_mode),
+                                                        peer_.data(), pin, out_.data(), &out_len)
+                                  : StartWPS(own_.data(), WAPIWPS_ADDRESS_MAC,
+                                             static_cast<int32_t>(opt_.wps_mode), peer_.data(), pin,
+                                             out_.data(), &out_len);
     if (!ok) {
-        error = opt_.secure_chip ? "StartWPS_SecureChip failed (secure-chip client not created)" : "StartWPS failed";
+        error = opt_.secure_chip ? "StartWPS_SecureChip failed (secure-chip client not created)"
+                                 : "StartWPS failed";
         return false;
     }
     // The identity list survives StartWPS; it is registered after it so that no earlier
@@ -102,7 +106,8 @@ bool Enrollee::start(Mac& dst, Bytes& frame, std::string& error) {
         std::array<uint8_t, WAPIWPS_IDENTITY_ENTRY_LEN> entry{};
         std::copy(kReferenceRegistrarUuid.begin(), kReferenceRegistrarUuid.end(), entry.begin());
         const uint16_t len = static_cast<uint16_t>(opt_.identity->size());
-        std::memcpy(entry.data() + 16, &len, sizeof len);  // host byte order, as the entry layout says
+        std::memcpy(entry.data() + 16, &len,
+                    sizeof len);  // host byte order, as the entry layout says
         std::memcpy(entry.data() + 18, opt_.identity->data(), len);
         if (!SetCertIdentityStruct2(1, entry.data())) {
             error = "SetCertIdentityStruct2 refused the identity";
@@ -113,8 +118,8 @@ bool Enrollee::start(Mac& dst, Bytes& frame, std::string& error) {
         error = "StartWPS wrote no MAC-mode frame";
         return false;
     }
-    std::printf("state %s -> %s (StartWPS%s wrote EAPOL-Start)\n", state_name(state_), state_name(2),
-                opt_.secure_chip ? "_SecureChip" : "");
+    std::printf("state %s -> %s (StartWPS%s wrote EAPOL-Start)\n", state_name(state_),
+                state_name(2), opt_.secure_chip ? "_SecureChip" : "");
     state_ = 2;
     return true;
 }
@@ -122,11 +127,12 @@ bool Enrollee::start(Mac& dst, Bytes& frame, std::string& error) {
 int32_t Enrollee::receive(std::span<const uint8_t> frame, Mac& dst, Bytes& answer) {
     answer.clear();
     uint32_t out_len = 0;
-    const int32_t result =
-        ProcessReceivePacket(frame.data(), static_cast<uint32_t>(frame.size()), out_.data(), &out_len);
+    const int32_t result = ProcessReceivePacket(frame.data(), static_cast<uint32_t>(frame.size()),
+                                                out_.data(), &out_len);
     if (out_len > 0 && out_len <= out_.size()) {
         if (!split_prefix(std::span(out_).first(out_len), dst, answer)) {
-            std::printf("  library wrote %u bytes without the MAC-mode prefix; not sent\n", out_len);
+            std::printf("  library wrote %u bytes without the MAC-mode prefix; not sent\n",
+                        out_len);
             answer.clear();
         }
     }
@@ -161,13 +167,14 @@ void Enrollee::read_certificate_result() {
     extra_cert_.assign(128, 0);
     uint16_t list_len = 0, extra_len = 0;
     if (opt_.secure_chip) {
-        cert_rc_ = GetWPSResult_Cert_SecureChipEx(uuid_r_.data(), cert_list_.data(), &list_len, &cert_count_,
-                                                  extra_cert_.data(), &extra_len, &key_index_, public_key_.data(),
-                                                  sign_param_.data());
+        cert_rc_ = GetWPSResult_Cert_SecureChipEx(
+            uuid_r_.data(), cert_list_.data(), &list_len, &cert_count_, extra_cert_.data(),
+            &extra_len, &key_index_, public_key_.data(), sign_param_.data());
     } else {
         private_key_.assign(24, 0);
-        cert_rc_ = GetWPSResult_Cert(uuid_r_.data(), cert_list_.data(), &list_len, &cert_count_, extra_cert_.data(),
-                                     &extra_len, private_key_.data(), public_key_.data());
+        cert_rc_ = GetWPSResult_Cert(uuid_r_.data(), cert_list_.data(), &list_len, &cert_count_,
+                                     extra_cert_.data(), &extra_len, private_key_.data(),
+                                     public_key_.data());
     }
     cert_list_.resize(list_len <= cert_list_.size() ? list_len : cert_list_.size());
     extra_cert_.resize(extra_len <= extra_cert_.size() ? extra_len : extra_cert_.size());
@@ -188,9 +195,12 @@ bool Enrollee::print_credential() const {
         return false;
     }
     if (have_cert_) {
-        const char* getter = opt_.secure_chip ? "GetWPSResult_Cert_SecureChipEx" : "GetWPSResult_Cert";
+        const char* getter =
+            opt_.secure_chip ? "GetWPSResult_Cert_SecureChipEx" : "GetWPSResult_Cert";
         std::printf("credential (%s = %d%s):\n", getter, cert_rc_,
-                    cert_rc_ == 1 ? ", no new certificate" : cert_rc_ == 0 ? "" : ", not certificate mode");
+                    cert_rc_ == 1   ? ", no new certificate"
+                    : cert_rc_ == 0 ? ""
+                                    : ", not certificate mode");
         if (cert_rc_ != 0) {
             return cert_rc_ == 1;
         }

@@ -19,7 +19,7 @@ void print_frame(int seq, const char* direction, const Mac& src, const Mac& dst,
                  std::span<const uint8_t> eapol, FrameDecoder& decoder);
 
 class Enrollee {
-public:
+  public:
     Enrollee(const Options& opt, const Mac& own, const Mac& peer);
     ~Enrollee();
 
@@ -36,7 +36,7 @@ public:
     // Prints the credential exactly as the getters returned it. Returns false when there is none.
     bool print_credential() const;
 
-private:
+  private:
     void read_certificate_result();
     void read_psk_result();
 

@@ -78,7 +78,8 @@ bool Link::open(const std::string& iface, std::string& error) {
 
 bool Link::send(const Mac& dst, std::span<const uint8_t> eapol, std::string& error) {
     Bytes frame = ethernet_frame(dst, own_mac_, eapol);
-    if (pcap_sendpacket(static_cast<pcap_t*>(pcap_), frame.data(), static_cast<int>(frame.size())) != 0) {
+    if (pcap_sendpacket(static_cast<pcap_t*>(pcap_), frame.data(),
+                        static_cast<int>(frame.size())) != 0) {
         error = std::string("cannot send: ") + pcap_geterr(static_cast<pcap_t*>(pcap_));
         return false;
     }
@@ -119,7 +120,8 @@ Link::Receive Link::receive(Mac& src, Mac& dst, Bytes& eapol, int timeout_ms, st
             return Receive::Timeout;
         }
         if (rc == 0) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count();
+            auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count();
             const int wait_ms = static_cast<int>(left < 100 ? left + 1 : 100);
             if (fd >= 0) {
                 pollfd pfd{fd, POLLIN, 0};

@@ -6,7 +6,7 @@
 namespace cli {
 
 class Link {
-public:
+  public:
     Link() = default;
     ~Link();
     Link(const Link&) = delete;
@@ -22,7 +22,7 @@ public:
     // Waits up to timeout_ms for one EAPOL frame not sent by this interface itself.
     Receive receive(Mac& src, Mac& dst, Bytes& eapol, int timeout_ms, std::string& error);
 
-private:
+  private:
     void* pcap_ = nullptr;  // pcap_t*
     Mac own_mac_{};
 };

@@ -19,10 +19,14 @@ int main(int argc, char** argv) {
         return kExitOk;
     }
     switch (opt.command) {
-    case Command::Demo: return run_demo(opt);
-    case Command::Enroll: return run_enroll(opt);
-    case Command::Registrar: return run_registrar(opt);
-    case Command::None: break;
+        case Command::Demo:
+            return run_demo(opt);
+        case Command::Enroll:
+            return run_enroll(opt);
+        case Command::Registrar:
+            return run_registrar(opt);
+        case Command::None:
+            break;
     }
     std::printf("%s", usage_text(Command::None));
     return kExitUsage;

@@ -84,9 +84,18 @@ constexpr const char* kRegistrarUsage =
     "            3 timeout, 4 interface or pcap error\n";
 
 bool parse_mode(const std::string& text, uint32_t& mode) {
-    if (text == "psk") { mode = 2; return true; }
-    if (text == "cert") { mode = 3; return true; }
-    if (text == "wifi") { mode = 1; return true; }
+    if (text == "psk") {
+        mode = 2;
+        return true;
+    }
+    if (text == "cert") {
+        mode = 3;
+        return true;
+    }
+    if (text == "wifi") {
+        mode = 1;
+        return true;
+    }
     return false;
 }
 
@@ -119,10 +128,14 @@ bool is_pin(const std::string& text) {
 
 const char* usage_text(Command command) {
     switch (command) {
-    case Command::Demo: return kDemoUsage;
-    case Command::Enroll: return kEnrollUsage;
-    case Command::Registrar: return kRegistrarUsage;
-    case Command::None: break;
+        case Command::Demo:
+            return kDemoUsage;
+        case Command::Enroll:
+            return kEnrollUsage;
+        case Command::Registrar:
+            return kRegistrarUsage;
+        case Command::None:
+            break;
     }
     return kMainUsage;
 }
@@ -133,11 +146,19 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         return false;
     }
     const std::string& cmd = args[0];
-    if (cmd == "demo") opt.command = Command::Demo;
-    else if (cmd == "enroll") opt.command = Command::Enroll;
-    else if (cmd == "registrar") opt.command = Command::Registrar;
-    else if (cmd == "--help" || cmd == "-h" || cmd == "help") { opt.help = true; return true; }
-    else { error = "unknown command '" + cmd + "'"; return false; }
+    if (cmd == "demo")
+        opt.command = Command::Demo;
+    else if (cmd == "enroll")
+        opt.command = Command::Enroll;
+    else if (cmd == "registrar")
+        opt.command = Command::Registrar;
+    else if (cmd == "--help" || cmd == "-h" || cmd == "help") {
+        opt.help = true;
+        return true;
+    } else {
+        error = "unknown command '" + cmd + "'";
+        return false;
+    }
 
     const bool live = opt.command != Command::Demo;
     for (size_t i = 1; i < args.size(); ++i) {
@@ -157,11 +178,17 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
             opt.help = true;
         } else if (a == "--mode") {
             if (!value(v)) return false;
-            if (!parse_mode(v, opt.wps_mode)) { error = "--mode takes psk, cert or wifi"; return false; }
+            if (!parse_mode(v, opt.wps_mode)) {
+                error = "--mode takes psk, cert or wifi";
+                return false;
+            }
         } else if (a == "--pin") {
             if (!value(v)) return false;
             // The library reads exactly eight characters of the PIN in MAC address mode.
-            if (!is_pin(v)) { error = "--pin takes exactly 8 digits"; return false; }
+            if (!is_pin(v)) {
+                error = "--pin takes exactly 8 digits";
+                return false;
+            }
             opt.pin = v;
         } else if (a == "--secure-chip" && opt.command != Command::Registrar) {
             opt.secure_chip = true;
@@ -176,11 +203,17 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
             }
         } else if (a == "--identity" && opt.command != Command::Registrar) {
             if (!value(v)) return false;
-            if (v.empty() || v.size() > 1024) { error = "--identity takes 1 to 1024 characters"; return false; }
+            if (v.empty() || v.size() > 1024) {
+                error = "--identity takes 1 to 1024 characters";
+                return false;
+            }
             opt.identity = v;
         } else if (a == "--network-key" && opt.command != Command::Enroll) {
             if (!value(v)) return false;
-            if (v.empty() || v.size() > 64) { error = "--network-key takes 1 to 64 characters"; return false; }
+            if (v.empty() || v.size() > 64) {
+                error = "--network-key takes 1 to 64 characters";
+                return false;
+            }
             opt.network_key = v;
         } else if (a == "--pcap") {
             if (!value(v)) return false;
@@ -195,11 +228,17 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         } else if (a == "--peer" && live) {
             if (!value(v)) return false;
             Mac mac{};
-            if (!parse_mac(v, mac)) { error = "--peer takes a MAC address like 02:00:00:00:00:02"; return false; }
+            if (!parse_mac(v, mac)) {
+                error = "--peer takes a MAC address like 02:00:00:00:00:02";
+                return false;
+            }
             opt.peer = mac;
         } else if (a == "--timeout" && live) {
             if (!value(v)) return false;
-            if (!parse_unsigned(v, 3600, n)) { error = "--timeout takes 0 to 3600 seconds"; return false; }
+            if (!parse_unsigned(v, 3600, n)) {
+                error = "--timeout takes 0 to 3600 seconds";
+                return false;
+            }
             opt.timeout_s = static_cast<uint32_t>(n);
         } else {
             error = "unknown option '" + a + "' for " + cmd;

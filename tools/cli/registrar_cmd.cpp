@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "link.h"
 #include "enrollee.h"
+#include "link.h"
 #include "registrar_side.h"
 
 namespace cli {
@@ -86,7 +86,8 @@ int run_registrar(const Options& opt) {
             std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
             return kExitLink;
         }
-        if (r == Link::Receive::Timeout || !(to == own || to == kPaeGroupAddress || to == kBroadcast)) {
+        if (r == Link::Receive::Timeout ||
+            !(to == own || to == kPaeGroupAddress || to == kBroadcast)) {
             continue;
         }
         const FrameInfo info = classify_frame(frame);
@@ -123,7 +124,8 @@ int run_registrar(const Options& opt) {
         if (status == registrar::Status::Finished) {
             print_registrar_outcome(reg->outcome());
             const bool ok = reg->outcome().done_received;
-            std::printf("result: %s\n", ok ? "success (Done received, EAP-Failure sent)" : "failed (no Done)");
+            std::printf("result: %s\n",
+                        ok ? "success (Done received, EAP-Failure sent)" : "failed (no Done)");
             return ok ? kExitOk : kExitFailed;
         }
     }

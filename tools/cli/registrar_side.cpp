@@ -18,7 +18,8 @@ registrar::Config registrar_config(const Options& opt, const Mac& enrollee) {
     config.certificate_mode = 1;
     config.certificate_needed = 1;
     config.cert_count = 1;
-    config.cert_list.assign(kDemoCertificateList, kDemoCertificateList + sizeof kDemoCertificateList - 1);
+    config.cert_list.assign(kDemoCertificateList,
+                            kDemoCertificateList + sizeof kDemoCertificateList - 1);
     if (opt.fragment_m8) {
         // Without a size: two fragments, cut at the first point where the enrollee's reassembly
         // takes the second fragment for M8 (its byte 9 must read 0x0C).
@@ -29,8 +30,9 @@ registrar::Config registrar_config(const Options& opt, const Mac& enrollee) {
 }
 
 void print_registrar_outcome(const registrar::Outcome& o) {
-    std::printf("registrar: M1 %s, M3 %s, M5 %s, M7 %s, Done %s", o.m1_ok ? "ok" : "-", o.m3_ok ? "ok" : "-",
-                o.m5_ok ? "ok" : "-", o.m7_ok ? "ok" : "-", o.done_received ? "received" : "not received");
+    std::printf("registrar: M1 %s, M3 %s, M5 %s, M7 %s, Done %s", o.m1_ok ? "ok" : "-",
+                o.m3_ok ? "ok" : "-", o.m5_ok ? "ok" : "-", o.m7_ok ? "ok" : "-",
+                o.done_received ? "received" : "not received");
     if (o.nack_received) {
         std::printf(", NACK received (configuration error %u)", o.nack_config_error);
     }

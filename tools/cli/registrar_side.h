@@ -7,7 +7,8 @@
 namespace cli {
 
 // The demo certificate list the registrar hands out in certificate mode (opaque to the library).
-constexpr char kDemoCertificateList[] = "-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar";
+constexpr char kDemoCertificateList[] =
+    "-----BEGIN DEMO CERTIFICATE----- wapiwps reference registrar";
 
 registrar::Config registrar_config(const Options& opt, const Mac& enrollee);
 
