@@ -20,8 +20,9 @@
 namespace {
 
 // A fixed key and message, the same for every implementation.
-constexpr uint8_t kKey[24] = {0x90, 0xD8, 0xE7, 0xEC, 0x0B, 0x70, 0xF0, 0xC6, 0x96, 0xA8, 0x27, 0x55,
-                              0x9D, 0x85, 0x90, 0x99, 0xE0, 0x0B, 0xE6, 0xD8, 0x4C, 0x53, 0x63, 0xE4};
+constexpr uint8_t kKey[24] = {0x90, 0xD8, 0xE7, 0xEC, 0x0B, 0x70, 0xF0, 0xC6,
+                              0x96, 0xA8, 0x27, 0x55, 0x9D, 0x85, 0x90, 0x99,
+                              0xE0, 0x0B, 0xE6, 0xD8, 0x4C, 0x53, 0x63, 0xE4};
 constexpr uint8_t kMessage[52] = {0x1F, 0xFF, 0x00, 0x30, 1, 2, 3, 4, 5, 6, 7, 8, 9};
 
 std::vector<uint8_t> curve_bytes(const BigNum& v) {
@@ -37,7 +38,8 @@ void BM_Ours_Sign(benchmark::State& state) {
     const int32_t count = bytes_to_limbs(kKey, sizeof kKey, limbs, 6);
     uint8_t sig[48];
     for (auto _ : state) {
-        benchmark::DoNotOptimize(Sign_With_Private_Key(sig, kMessage, sizeof kMessage, limbs, count));
+        benchmark::DoNotOptimize(
+            Sign_With_Private_Key(sig, kMessage, sizeof kMessage, limbs, count));
     }
 }
 BENCHMARK(BM_Ours_Sign);
@@ -194,7 +196,8 @@ struct OpenSslKey {
             auto b = curve_bytes(v);
             return BN_bin2bn(b.data(), static_cast<int>(b.size()), nullptr);
         };
-        BIGNUM *p = bn(c.p), *a = bn(c.a), *b = bn(c.b), *gx = bn(c.gx), *gy = bn(c.gy), *n = bn(c.n);
+        BIGNUM *p = bn(c.p), *a = bn(c.a), *b = bn(c.b), *gx = bn(c.gx), *gy = bn(c.gy),
+               *n = bn(c.n);
         BIGNUM* one = BN_new();
         BN_one(one);
         group = EC_GROUP_new_curve_GFp(p, a, b, nullptr);

@@ -39,9 +39,13 @@ int32_t significant_limbs(const BigNum& a) {
     return n;
 }
 
-bool is_even(const BigNum& a) { return bn_is_zero(a) || (a.limb[0] & 1u) == 0; }
+bool is_even(const BigNum& a) {
+    return bn_is_zero(a) || (a.limb[0] & 1u) == 0;
+}
 
-bool is_one(const BigNum& a) { return used_limbs(a) == 1 && a.limb[0] == 1; }
+bool is_one(const BigNum& a) {
+    return used_limbs(a) == 1 && a.limb[0] == 1;
+}
 
 // x = x / 2 mod m for odd m and x < m.
 void half_mod(BigNum& x, const BigNum& m) {
@@ -53,7 +57,9 @@ void half_mod(BigNum& x, const BigNum& m) {
 
 // ---- Basics ----------------------------------------------------------------------------------
 
-void bn_zero(BigNum& r) { r = BigNum{}; }
+void bn_zero(BigNum& r) {
+    r = BigNum{};
+}
 
 void bn_set_u32(BigNum& r, uint32_t v) {
     bn_zero(r);
@@ -125,7 +131,9 @@ void bn_from_limbs(BigNum& r, const uint32_t* limbs, int32_t count) {
 }
 
 namespace {
-size_t byte_length(const BigNum& a) { return static_cast<size_t>(bn_bit_length(a) + 7) / 8; }
+size_t byte_length(const BigNum& a) {
+    return static_cast<size_t>(bn_bit_length(a) + 7) / 8;
+}
 uint8_t byte_at(const BigNum& a, size_t k) {  // k-th byte from the least significant end
     return static_cast<uint8_t>(a.limb[k / 4] >> (8 * (k % 4)));
 }

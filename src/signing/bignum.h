@@ -27,8 +27,8 @@ struct BigNum {
 
 // Results of the fixed-width conversion to bytes.
 inline constexpr int32_t kBnOk = 0;
-inline constexpr int32_t kBnErrAboveBound = 5;   // the value exceeds the caller's upper bound
-inline constexpr int32_t kBnErrWidth = 6;        // the value does not fit the requested width
+inline constexpr int32_t kBnErrAboveBound = 5;  // the value exceeds the caller's upper bound
+inline constexpr int32_t kBnErrWidth = 6;       // the value does not fit the requested width
 // Upper bound, in bytes, that the signing code passes to the conversions.
 inline constexpr size_t kBnByteBound = 100;
 

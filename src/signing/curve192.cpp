@@ -44,10 +44,18 @@ const CurveParams& ready_params() {
 }
 
 // Field helpers modulo p on reduced operands.
-void fmul(BigNum& r, const BigNum& a, const BigNum& b) { g_ModMulP(r, a, b); }
-void fsqr(BigNum& r, const BigNum& a) { g_ModMulP(r, a, a); }
-void fadd(BigNum& r, const BigNum& a, const BigNum& b) { bn_mod_add(r, a, b, g_Curve.p); }
-void fsub(BigNum& r, const BigNum& a, const BigNum& b) { bn_mod_sub(r, a, b, g_Curve.p); }
+void fmul(BigNum& r, const BigNum& a, const BigNum& b) {
+    g_ModMulP(r, a, b);
+}
+void fsqr(BigNum& r, const BigNum& a) {
+    g_ModMulP(r, a, a);
+}
+void fadd(BigNum& r, const BigNum& a, const BigNum& b) {
+    bn_mod_add(r, a, b, g_Curve.p);
+}
+void fsub(BigNum& r, const BigNum& a, const BigNum& b) {
+    bn_mod_sub(r, a, b, g_Curve.p);
+}
 
 void set_infinity(JacobianPoint& r) {
     bn_zero(r.X);
@@ -83,7 +91,9 @@ void CurveSetup() {
     fixed_base_table_load();
 }
 
-const CurveParams& curve_params() { return ready_params(); }
+const CurveParams& curve_params() {
+    return ready_params();
+}
 
 ModMulFn curve_mod_mul() {
     ready_params();
@@ -153,7 +163,7 @@ void point_add_mixed(JacobianPoint& r, const JacobianPoint& p, const AffinePoint
         if (bn_is_zero(rr)) {
             point_double(r, p);  // same point
         } else {
-            set_infinity(r);     // P + (-P)
+            set_infinity(r);  // P + (-P)
         }
         return;
     }
@@ -247,7 +257,8 @@ int32_t naf_recode(const BigNum& k, uint32_t* words) {
     uint32_t carry = 0;
     const int32_t bits = 32 * limbs;
     for (int32_t i = 0; i < bits; ++i) {
-        const uint32_t index = carry * 4 + bn_bit(kk, i) + 2 * (i + 1 < bits ? bn_bit(kk, i + 1) : 0);
+        const uint32_t index =
+            carry * 4 + bn_bit(kk, i) + 2 * (i + 1 < bits ? bn_bit(kk, i + 1) : 0);
         const int32_t digit = kNafDigit[index];
         carry = kNafNextCarry[index];
         if (digit != 0) words[i / 16] |= (digit > 0 ? kNafPlus : kNafMinus) << (2 * (i % 16));

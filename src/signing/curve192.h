@@ -12,9 +12,9 @@
 
 #include "signing/bignum.h"
 
-inline constexpr size_t kCurveBytes = 24;        // width of p, coordinates and signature halves
+inline constexpr size_t kCurveBytes = 24;  // width of p, coordinates and signature halves
 inline constexpr int32_t kCurveLimbs = 6;
-inline constexpr size_t kSignatureBytes = 48;    // r || s
+inline constexpr size_t kSignatureBytes = 48;  // r || s
 inline constexpr size_t kFixedBaseEntries = 128;
 inline constexpr size_t kFixedBaseEntryBytes = 48;  // x then y, each 6 little-endian limbs
 

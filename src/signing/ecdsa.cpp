@@ -1,11 +1,10 @@
 // The software signature: key generation and ECDSA with SHA-256 (hash reduced mod n) over the
 // WAPI 192-bit curve.
+#include "common/bytes.h"
 #include "platform/platform.h"
 #include "signing/curve192.h"
 #include "signing/sha256.h"
 #include "signing/signing.h"
-
-#include "common/bytes.h"
 
 namespace {
 

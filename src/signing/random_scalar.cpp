@@ -48,5 +48,9 @@ int32_t RandomScalar(BigNum& out, const BigNum& modulus) {
     return 0;
 }
 
-int32_t random_counter() { return g_RandomCounter; }
-void set_random_counter(int32_t value) { g_RandomCounter = value; }
+int32_t random_counter() {
+    return g_RandomCounter;
+}
+void set_random_counter(int32_t value) {
+    g_RandomCounter = value;
+}

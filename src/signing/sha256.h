@@ -18,8 +18,8 @@ struct Sha256Context {
     uint32_t length_high;           // bit count, high half
     uint32_t block_index;           // bytes held in block
     uint8_t block[kSha256BlockBytes];
-    int32_t computed;               // 1 once the result was taken
-    int32_t corrupted;              // 0, or the status every later call returns
+    int32_t computed;   // 1 once the result was taken
+    int32_t corrupted;  // 0, or the status every later call returns
 };
 
 // Standard initial values; kShaNull for a null context.

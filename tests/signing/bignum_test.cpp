@@ -23,10 +23,12 @@ BigNum ref(const BigNum& a, const BigNum& b, Fn fn) {
     return out;
 }
 
-bool normalised(const BigNum& a) { return a.count == 0 || a.limb[a.count - 1] != 0; }
+bool normalised(const BigNum& a) {
+    return a.count == 0 || a.limb[a.count - 1] != 0;
+}
 
 class BigNumRandom : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { gcrypt_init(); }
     std::mt19937_64 rng{0xB16B00B5};
 };
@@ -148,7 +150,8 @@ TEST_F(BigNumRandom, AddSubCompareMulAgainstLibgcrypt) {
         ASSERT_EQ(bn_compare(a, b), c < 0 ? -1 : (c > 0 ? 1 : 0));
         bn_sub(r, a_ge ? a : b, a_ge ? b : a);
         ASSERT_TRUE(normalised(r));
-        ASSERT_EQ(bn_to_hex(r), bn_to_hex(a_ge ? ref(a, b, gcry_mpi_sub) : ref(b, a, gcry_mpi_sub)));
+        ASSERT_EQ(bn_to_hex(r),
+                  bn_to_hex(a_ge ? ref(a, b, gcry_mpi_sub) : ref(b, a, gcry_mpi_sub)));
         bn_mul(r, a, b);
         ASSERT_TRUE(normalised(r));
         ASSERT_EQ(bn_to_hex(r), bn_to_hex(ref(a, b, gcry_mpi_mul)));
@@ -163,7 +166,8 @@ TEST_F(BigNumRandom, ModAgainstLibgcrypt) {
         BigNum r;
         bn_mod(r, a, m);
         ASSERT_TRUE(normalised(r));
-        ASSERT_EQ(bn_to_hex(r), bn_to_hex(ref(a, m, gcry_mpi_mod))) << bn_to_hex(a) << " mod " << bn_to_hex(m);
+        ASSERT_EQ(bn_to_hex(r), bn_to_hex(ref(a, m, gcry_mpi_mod)))
+            << bn_to_hex(a) << " mod " << bn_to_hex(m);
         // Aliased output.
         BigNum x = a;
         bn_mod(x, x, m);

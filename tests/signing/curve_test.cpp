@@ -41,7 +41,8 @@ TEST(FixedBaseTable, MatchesTheVectorsFile) {
         const size_t i = static_cast<size_t>(e["i"].number);
         ASSERT_LT(i, kFixedBaseEntries);
         EXPECT_EQ(to_hex(fixed_base_table_entry(i), kFixedBaseEntryBytes),
-                  e["stored_48_bytes_le_limbs"].str()) << "entry " << i;
+                  e["stored_48_bytes_le_limbs"].str())
+            << "entry " << i;
         if (i == 64) continue;
         EXPECT_EQ(bn_to_hex(fixed_base_point(i)->x), bn_to_hex(bn_hex(e["x"].str()))) << i;
         EXPECT_EQ(bn_to_hex(fixed_base_point(i)->y), bn_to_hex(bn_hex(e["y"].str()))) << i;
@@ -63,7 +64,8 @@ TEST(FixedBaseTable, EveryEntryRecomputedWithLibgcrypt) {
         }
         expect_same(*fixed_base_point(i), ref_mul(k, c.gx, c.gy), "entry " + std::to_string(i));
         bn_mul(k, k, pow2(16));
-        expect_same(*fixed_base_point(64 + i), ref_mul(k, c.gx, c.gy), "entry " + std::to_string(64 + i));
+        expect_same(*fixed_base_point(64 + i), ref_mul(k, c.gx, c.gy),
+                    "entry " + std::to_string(64 + i));
     }
 }
 

@@ -39,7 +39,7 @@ AffinePoint public_key(const BigNum& d) {
 }
 
 class WithFakeClock : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         gcrypt_init();
         saved_counter_ = random_counter();
@@ -53,7 +53,9 @@ protected:
 };
 
 std::vector<std::string> g_trace;
-void collect_trace(void*, const char* line) { g_trace.emplace_back(line); }
+void collect_trace(void*, const char* line) {
+    g_trace.emplace_back(line);
+}
 
 }  // namespace
 
@@ -69,9 +71,10 @@ TEST(EcdsaVectors, FixedNonceSignatures) {
         const Key key = key_from_hex(v["d"].str());
         uint8_t sig[kSignatureBytes + 4];
         std::memset(sig, 0xA5, sizeof sig);
-        ASSERT_EQ(sign_with_explicit_k(sig, msg.data(), static_cast<uint32_t>(msg.size()), key.limbs,
-                                       key.count, bn_hex(v["k"].str())),
-                  48) << what;
+        ASSERT_EQ(sign_with_explicit_k(sig, msg.data(), static_cast<uint32_t>(msg.size()),
+                                       key.limbs, key.count, bn_hex(v["k"].str())),
+                  48)
+            << what;
         EXPECT_EQ(to_hex(sig, kSignatureBytes), v["signature_r_s_48"].str()) << what;
         EXPECT_EQ(to_hex(sig + kSignatureBytes, 4), "A5A5A5A5") << what;  // exactly 48 written
         // The published public key is d*G by both multipliers.
@@ -94,14 +97,17 @@ TEST(EcdsaVectors, LeftAlignedKeyGivesASignatureThatDoesNotVerify) {
         if (!v.has("left_aligned_key_quirk")) continue;
         const auto& q = v["left_aligned_key_quirk"];
         std::vector<uint8_t> area(24, 0);
-        const std::vector<uint8_t> minimal = from_hex(v["d_minimal_as_GenPrivateKeyAndPublicKey_writes"].str());
+        const std::vector<uint8_t> minimal =
+            from_hex(v["d_minimal_as_GenPrivateKeyAndPublicKey_writes"].str());
         ASSERT_EQ(minimal.size(), 23u);
         std::memcpy(area.data(), minimal.data(), minimal.size());
         EXPECT_EQ(to_hex(area), q["area_24_bytes"].str());
         const Key key = key_from_hex(to_hex(area));
         const std::vector<uint8_t> msg = from_hex(v["msg_hex"].str());
         uint8_t sig[kSignatureBytes];
-        ASSERT_EQ(sign_with_explicit_k(sig, msg.data(), 3, key.limbs, key.count, bn_hex(v["k"].str())), 48);
+        ASSERT_EQ(
+            sign_with_explicit_k(sig, msg.data(), 3, key.limbs, key.count, bn_hex(v["k"].str())),
+            48);
         EXPECT_EQ(to_hex(sig, 24), q["r"].str());
         EXPECT_EQ(to_hex(sig + 24, 24), q["s"].str());
         BigNum e;
@@ -152,11 +158,14 @@ TEST(Ecdsa, EverySignatureVerifiesWithLibgcrypt) {
         for (int32_t l = 0; l < d.count; ++l) limbs[l] = d.limb[l];
         uint8_t sig[kSignatureBytes + 8];
         std::memset(sig, 0x5A, sizeof sig);
-        ASSERT_EQ(Sign_With_Private_Key(sig, msg.data(), static_cast<uint32_t>(msg.size()), limbs, d.count), 48);
+        ASSERT_EQ(Sign_With_Private_Key(sig, msg.data(), static_cast<uint32_t>(msg.size()), limbs,
+                                        d.count),
+                  48);
         ASSERT_EQ(to_hex(sig + kSignatureBytes, 8), "5A5A5A5A5A5A5A5A");
         BigNum e;
         ecdsa_message_scalar(e, msg.data(), static_cast<uint32_t>(msg.size()));
-        ASSERT_TRUE(ref_verify(e, sig, q.x, q.y)) << "d = " << bn_to_hex(d) << " msg len " << msg.size();
+        ASSERT_TRUE(ref_verify(e, sig, q.x, q.y))
+            << "d = " << bn_to_hex(d) << " msg len " << msg.size();
     }
 }
 
@@ -188,12 +197,13 @@ TEST(Ecdsa, TraceLinesInOrder) {
     uint8_t d[24] = {}, x[24] = {}, y[24] = {};
     GenPrivateKeyAndPublicKey(d, x, y);
     trace_set_callback(nullptr, nullptr, false);
-    const std::vector<std::string> want = {"enter Sign_With_Private_Key.\r\n", "after do while.\r\n",
-                                           "out Sign_With_Private_Key.\r\n",
+    const std::vector<std::string> want = {"enter Sign_With_Private_Key.\r\n",
+                                           "after do while.\r\n", "out Sign_With_Private_Key.\r\n",
                                            "GenPrivateKeyAndPublicKey success.\r\n"};
     std::vector<std::string> ours;
     for (const auto& l : g_trace) {
-        for (const auto& w : want) if (l == w) ours.push_back(l);
+        for (const auto& w : want)
+            if (l == w) ours.push_back(l);
     }
     EXPECT_EQ(ours, want);
 }
@@ -216,7 +226,8 @@ TEST_F(WithFakeClock, RandomScalarFollowsTheClockAndTheCounter) {
             for (int shift : {0, 11, 22}) {
                 state = state * 214013u + 2531011u;
                 const uint32_t r = (state >> 16) & 0x7FFF;
-                const uint32_t t = r + static_cast<uint32_t>(c >> 1) + 3u * static_cast<uint32_t>(c);
+                const uint32_t t =
+                    r + static_cast<uint32_t>(c >> 1) + 3u * static_cast<uint32_t>(c);
                 c = static_cast<int32_t>(static_cast<uint32_t>(c) + 1u);
                 limb |= t << shift;
             }

@@ -30,7 +30,7 @@ struct Value {
 };
 
 class Parser {
-public:
+  public:
     explicit Parser(const std::string& s) : s_(s) {}
     bool parse(Value& out) {
         if (!value(out)) return false;
@@ -38,10 +38,10 @@ public:
         return pos_ == s_.size();
     }
 
-private:
+  private:
     void ws() {
-        while (pos_ < s_.size() && (s_[pos_] == ' ' || s_[pos_] == '\n' || s_[pos_] == '\r' ||
-                                    s_[pos_] == '\t'))
+        while (pos_ < s_.size() &&
+               (s_[pos_] == ' ' || s_[pos_] == '\n' || s_[pos_] == '\r' || s_[pos_] == '\t'))
             ++pos_;
     }
     bool literal(const char* word) {
@@ -59,9 +59,15 @@ private:
                 if (pos_ >= s_.size()) return false;
                 const char e = s_[pos_++];
                 switch (e) {
-                    case 'n': c = '\n'; break;
-                    case 't': c = '\t'; break;
-                    case 'r': c = '\r'; break;
+                    case 'n':
+                        c = '\n';
+                        break;
+                    case 't':
+                        c = '\t';
+                        break;
+                    case 'r':
+                        c = '\r';
+                        break;
                     case 'u': {
                         if (pos_ + 4 > s_.size()) return false;
                         const long cp = std::strtol(s_.substr(pos_, 4).c_str(), nullptr, 16);
@@ -69,7 +75,9 @@ private:
                         c = cp < 0x80 ? static_cast<char>(cp) : '?';
                         break;
                     }
-                    default: c = e; break;
+                    default:
+                        c = e;
+                        break;
                 }
             }
             out.push_back(c);
@@ -98,7 +106,10 @@ private:
                 v.fields[key] = std::move(item);
                 ws();
                 if (pos_ >= s_.size()) return false;
-                if (s_[pos_] == ',') { ++pos_; continue; }
+                if (s_[pos_] == ',') {
+                    ++pos_;
+                    continue;
+                }
                 if (s_[pos_] == '}') return ++pos_, true;
                 return false;
             }
@@ -114,7 +125,10 @@ private:
                 v.items.push_back(std::move(item));
                 ws();
                 if (pos_ >= s_.size()) return false;
-                if (s_[pos_] == ',') { ++pos_; continue; }
+                if (s_[pos_] == ',') {
+                    ++pos_;
+                    continue;
+                }
                 if (s_[pos_] == ']') return ++pos_, true;
                 return false;
             }
@@ -123,8 +137,15 @@ private:
             v.kind = Value::kString;
             return string(v.text);
         }
-        if (literal("true")) { v.kind = Value::kBool; v.boolean = true; return true; }
-        if (literal("false")) { v.kind = Value::kBool; return true; }
+        if (literal("true")) {
+            v.kind = Value::kBool;
+            v.boolean = true;
+            return true;
+        }
+        if (literal("false")) {
+            v.kind = Value::kBool;
+            return true;
+        }
         if (literal("null")) return true;
         char* end = nullptr;
         v.number = std::strtod(s_.c_str() + pos_, &end);

@@ -1,12 +1,13 @@
 // SHA-256: the published vectors (FIPS 180-2 and computed boundary lengths, read from the
 // vectors directory), streaming against one-shot, libgcrypt on random input, and the status
 // codes of the context.
+#include "signing/sha256.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "signing/sha256.h"
 #include "support.h"
 
 using namespace signing_test;
@@ -16,11 +17,13 @@ namespace {
 // Builds a vector's message from msg_ascii, msg_hex, or a rule of the form "<count> x '<c>'"
 // (also "1,000,000 x 'a'").
 std::vector<uint8_t> vector_message(const json_lite::Value& v) {
-    if (v.has("msg_ascii")) return std::vector<uint8_t>(v["msg_ascii"].str().begin(), v["msg_ascii"].str().end());
+    if (v.has("msg_ascii"))
+        return std::vector<uint8_t>(v["msg_ascii"].str().begin(), v["msg_ascii"].str().end());
     if (v.has("msg_hex")) return from_hex(v["msg_hex"].str());
     std::string rule = v["msg_rule"].str();
     std::string digits;
-    for (char c : rule.substr(0, rule.find(" x "))) if (c != ',') digits += c;
+    for (char c : rule.substr(0, rule.find(" x ")))
+        if (c != ',') digits += c;
     const char fill = rule[rule.find('\'') + 1];
     return std::vector<uint8_t>(std::stoul(digits), static_cast<uint8_t>(fill));
 }
@@ -40,7 +43,8 @@ TEST(Sha256, PublishedVectors) {
     for (const auto& v : list) {
         const std::vector<uint8_t> m = vector_message(v);
         ASSERT_EQ(m.size(), static_cast<size_t>(v["len"].number)) << v["source"].str();
-        EXPECT_EQ(digest_hex(m), v["digest"].str()) << "len " << m.size() << ", " << v["source"].str();
+        EXPECT_EQ(digest_hex(m), v["digest"].str())
+            << "len " << m.size() << ", " << v["source"].str();
         saw_million |= m.size() == 1000000;
         saw55 |= m.size() == 55;
         saw56 |= m.size() == 56;

@@ -48,9 +48,15 @@ BigNum random_bn(std::mt19937_64& rng, int32_t limbs) {
     for (int32_t i = 0; i < n; ++i) {
         // Mix full, empty and all-ones limbs to reach the carry and borrow corners.
         switch (rng() % 8) {
-            case 0: r.limb[i] = 0; break;
-            case 1: r.limb[i] = 0xFFFFFFFFu; break;
-            default: r.limb[i] = static_cast<uint32_t>(rng()); break;
+            case 0:
+                r.limb[i] = 0;
+                break;
+            case 1:
+                r.limb[i] = 0xFFFFFFFFu;
+                break;
+            default:
+                r.limb[i] = static_cast<uint32_t>(rng());
+                break;
         }
     }
     r.count = n;
@@ -124,9 +130,9 @@ gcry_sexp_t curve_sexp(const char* head, const BigNum* qx, const BigNum* qy) {
         q[0] = 0x04;
         bn_to_bytes_fixed(*qx, &q[1], 24, 100);
         bn_to_bytes_fixed(*qy, &q[25], 24, 100);
-        err = gcry_sexp_build(&s, nullptr, "(public-key (ecc (p %m)(a %m)(b %m)(g %b)(n %m)(h %d)(q %b)))",
-                              p, a, b, static_cast<int>(g.size()), g.data(), n, 1,
-                              static_cast<int>(q.size()), q.data());
+        err = gcry_sexp_build(
+            &s, nullptr, "(public-key (ecc (p %m)(a %m)(b %m)(g %b)(n %m)(h %d)(q %b)))", p, a, b,
+            static_cast<int>(g.size()), g.data(), n, 1, static_cast<int>(q.size()), q.data());
     } else {
         err = gcry_sexp_build(&s, nullptr, "(ecc (p %m)(a %m)(b %m)(g %b)(n %m)(h %d))", p, a, b,
                               static_cast<int>(g.size()), g.data(), n, 1);
@@ -177,7 +183,8 @@ bool ref_verify(const BigNum& e, const uint8_t signature[48], const BigNum& qx, 
     gcry_sexp_t key = curve_sexp("public-key", &qx, &qy);
     gcry_sexp_t sig = nullptr, data = nullptr;
     gcry_mpi_t me = to_mpi(e);
-    gcry_sexp_build(&sig, nullptr, "(sig-val (ecdsa (r %b)(s %b)))", 24, signature, 24, signature + 24);
+    gcry_sexp_build(&sig, nullptr, "(sig-val (ecdsa (r %b)(s %b)))", 24, signature, 24,
+                    signature + 24);
     gcry_sexp_build(&data, nullptr, "(data (flags raw)(value %m))", me);
     const gcry_error_t err = gcry_pk_verify(sig, data, key);
     gcry_mpi_release(me);
@@ -192,7 +199,9 @@ uint64_t g_file_time = 0;
 uint32_t g_state = 0;
 uint32_t g_last_seed = 0;
 int g_srand_calls = 0;
-uint64_t fake_file_time() { return g_file_time; }
+uint64_t fake_file_time() {
+    return g_file_time;
+}
 int64_t fake_time() {
     return static_cast<int64_t>((g_file_time - 116444736000000000ull) / 10000000ull);
 }
@@ -218,8 +227,14 @@ void FakeClock::uninstall() {
     platform::set_time_source(nullptr, nullptr);
     platform::set_generator(nullptr, nullptr);
 }
-void FakeClock::set(uint64_t file_time) { g_file_time = file_time; }
-uint32_t FakeClock::last_seed() { return g_last_seed; }
-int FakeClock::srand_calls() { return g_srand_calls; }
+void FakeClock::set(uint64_t file_time) {
+    g_file_time = file_time;
+}
+uint32_t FakeClock::last_seed() {
+    return g_last_seed;
+}
+int FakeClock::srand_calls() {
+    return g_srand_calls;
+}
 
 }  // namespace signing_test

@@ -30,11 +30,15 @@ inline constexpr int kLoopDivisor = 1;
 #else
 inline constexpr int kLoopDivisor = 1;
 #endif
-constexpr int loops(int full) { return full / kLoopDivisor; }
+constexpr int loops(int full) {
+    return full / kLoopDivisor;
+}
 
 std::vector<uint8_t> from_hex(const std::string& hex);
 std::string to_hex(const uint8_t* data, size_t len);
-inline std::string to_hex(const std::vector<uint8_t>& v) { return to_hex(v.data(), v.size()); }
+inline std::string to_hex(const std::vector<uint8_t>& v) {
+    return to_hex(v.data(), v.size());
+}
 
 BigNum bn_hex(const std::string& hex);
 std::string bn_to_hex(const BigNum& a);  // minimal upper-case hex, "0" for zero
