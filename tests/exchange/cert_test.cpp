@@ -133,6 +133,22 @@ TEST_F(CertExchange, EmptyCertificateListCarriesOnlyTheCount) {
     EXPECT_TRUE(t.cert_list.empty());
 }
 
+// The certificate mode in the other address modes: the key schedule takes M1's address (6 bytes
+// for IPv4, the text in text mode) and the credential's MAC Address must match it.
+TEST_F(CertExchange, OtherAddressModesDeliver) {
+    for (int32_t mode : {WAPIWPS_ADDRESS_IPV4, WAPIWPS_ADDRESS_TEXT}) {
+        exchange::Options o = options(1);
+        o.address_mode = mode;
+        o.local_address = mode == WAPIWPS_ADDRESS_IPV4 ? Bytes{10, 1, 2, 3} : exchange::text("station-42");
+        o.peer = exchange::text("ap");
+        o.pin = "7654321";
+        o.identities = {identity_for(kUuidR, 5)};
+        const exchange::Transcript t = exchange::run(o);
+        expect_delivered(t, o);
+        EXPECT_EQ(t.outcome.certificate_needed_m7, 0);
+    }
+}
+
 // ---- Keys with a leading zero byte ------------------------------------------------------------
 
 // d*G on the WAPI 192-bit curve through libgcrypt, x || y (24 bytes each).
