@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -337,6 +338,29 @@ TEST_F(SecureChipTest, VanishingServiceFailsTransactionReportsLostOnceThenReconn
     EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
     ASSERT_TRUE(log_->wait_count(5));
     EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1, 2, 1}));
+}
+
+// The service announces its stop while a transaction waits for an answer that never comes: the
+// watcher drops the pipe under the transaction, which returns -2; the drop is reported once.
+TEST_F(SecureChipTest, ServiceWithdrawingDuringTransactionInterruptsIt) {
+    sim_->set_fault(Fault::kSilent);
+    uint32_t served = sim_->requests_served();
+    std::atomic<int32_t> result{99};
+    std::thread protocol([&] {
+        uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
+        uint8_t dest[1024];
+        result = SecureChipTransact(client_, request, sizeof request, sizeof dest, dest);
+    });
+    ASSERT_TRUE(eventually([&] { return sim_->requests_served() > served; }));
+    sim_->withdraw();
+    bool returned = eventually([&] { return result.load() != 99; });
+    if (!returned) sim_->stop();  // unblock the thread so that the failure is reported, not hung
+    protocol.join();
+    ASSERT_TRUE(returned);
+    EXPECT_EQ(result.load(), -2);
+    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(client_pipe(client_), nullptr);
+    EXPECT_FALSE(client_connected(client_));
 }
 
 // A client whose service never ran: the pipe is null, so the write fails with -1 and no status.

@@ -30,6 +30,7 @@ enum class Fault {
     kShortReply,       // the header announces the normal L but only 10 payload bytes follow
     kLongReply,        // the normal answer padded to 6,144 bytes, then long_reply_tail()
     kVanish,           // the connection is closed without an answer
+    kSilent,           // no answer at all; the connection stays open
 };
 
 struct Options {
@@ -51,6 +52,10 @@ public:
     // closed. Harmless when not started.
     void stop();
     bool serving() const;
+    // Announces that the service stopped (the socket path is removed / the running event reset)
+    // but keeps every connection open and unanswered ones pending, as a service that hangs while
+    // shutting down would. stop() still cleans up.
+    void withdraw();
     const std::string& socket_path() const;
 
     // The slot's public key as the service exports it (x || y); zero for an unknown slot.

@@ -14,6 +14,7 @@ public:
     virtual ~Server() = default;
     virtual bool start() = 0;
     virtual void stop() = 0;
+    virtual void withdraw() = 0;
 };
 
 std::unique_ptr<Server> make_server(Simulator& sim, const std::string& socket_path);

@@ -62,6 +62,8 @@ public:
         listen_fd_ = -1;
     }
 
+    void withdraw() override { ::unlink(path_.c_str()); }
+
 private:
     void serve() {
         std::vector<uint8_t> buf(kMaxRequestLen);
@@ -86,8 +88,12 @@ private:
                 }
                 bool vanish = false;
                 std::vector<uint8_t> out = sim_.answer(buf.data(), static_cast<size_t>(n), &vanish);
-                if (vanish || ::send(fds[i].fd, out.data(), out.size(), MSG_NOSIGNAL) < 0)
+                if (vanish) {
                     closed.push_back(fds[i].fd);
+                } else if (!out.empty() &&
+                           ::send(fds[i].fd, out.data(), out.size(), MSG_NOSIGNAL) < 0) {
+                    closed.push_back(fds[i].fd);
+                }
             }
             for (int fd : closed) {
                 ::close(fd);

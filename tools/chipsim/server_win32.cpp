@@ -80,6 +80,10 @@ public:
         started_ = false;
     }
 
+    void withdraw() override {
+        if (started_) ResetEvent(running_event_);
+    }
+
 private:
     // Keeps one instance listening; each connected instance is served by a thread of its own.
     static HANDLE create_instance() {
@@ -130,6 +134,7 @@ private:
             bool vanish = false;
             std::vector<uint8_t> out = sim_.answer(buf.data(), n, &vanish);
             if (vanish) break;
+            if (out.empty()) continue;  // silent: wait for the next request or the stop
             ResetEvent(ov.hEvent);
             DWORD written = 0;
             if (!WriteFile(pipe, out.data(), static_cast<DWORD>(out.size()), &written, &ov)) {

@@ -247,6 +247,10 @@ void Simulator::stop() {
     impl_->serving = false;
 }
 
+void Simulator::withdraw() {
+    if (impl_->serving) impl_->server->withdraw();
+}
+
 bool Simulator::serving() const { return impl_->serving; }
 const std::string& Simulator::socket_path() const { return impl_->options.socket_path; }
 
@@ -295,7 +299,7 @@ std::vector<uint8_t> Simulator::answer(const uint8_t* request, size_t len, bool*
         tail = impl_->tail;
     }
     *vanish = fault == Fault::kVanish;
-    if (*vanish) return {};
+    if (*vanish || fault == Fault::kSilent) return {};
 
     // The normal answer first; the faults bend it.
     uint32_t command = len >= 4 ? get_be32(request) : 0;
