@@ -50,8 +50,8 @@ void HmacSHA256(const uint8_t* key, uint32_t keyLength, const uint8_t* data, uin
     HmacPieces(key, keyLength, piece, out);
 }
 
-void HmacSHA256_16(const uint8_t* key, uint32_t keyLength, const uint8_t* data,
-                   uint16_t dataLength, uint8_t* out) {
+void HmacSHA256_16(const uint8_t* key, uint32_t keyLength, const uint8_t* data, uint16_t dataLength,
+                   uint8_t* out) {
     HmacSHA256(key, keyLength, data, dataLength, out);
 }
 

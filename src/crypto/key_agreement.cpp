@@ -14,6 +14,7 @@ constexpr uint32_t kAgreedKeyBits = 256;
 constexpr uint64_t kSessionParamCount = 6;
 
 // The recommended 256-bit curve of the SM2 standard, each value a 32-byte big-endian integer.
+// clang-format off
 constexpr uint8_t kSm2P[32] = {
     0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
     0xFF, 0xFF, 0xFF, 0xFF, 0x00, 0x00, 0x00, 0x00, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -32,6 +33,7 @@ constexpr uint8_t kSm2Gy[32] = {
 constexpr uint8_t kSm2N[32] = {
     0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
     0x72, 0x03, 0xDF, 0x6B, 0x21, 0xC6, 0x05, 0x2B, 0x53, 0xBB, 0xF4, 0x09, 0x39, 0xD5, 0x41, 0x23};
+// clang-format on
 
 static_assert(sizeof(ZEV_SessionParams) == 200, "the session parameter block is 200 bytes");
 static_assert(sizeof(ZEV_AgreementOut) == 80, "the agreement output record is 80 bytes");
@@ -142,10 +144,10 @@ int32_t ComputerExchangeKey() {
     agreement.key = g_EnrolleeKeys.SharedSecret;
 
     trace("Start ZEV_SM2_GenerateKeyWithECC==%x.\r\n", session_handle_trace());
-    const int32_t status = ZEV_SM2_GenerateKeyWithECC(
-        g_phSessionHandle, kAgreedKeyBits, g_MyMsgInfo.UUID_E, kUuidLen, UUID_R, kUuidLen,
-        &own_private, &own_temp_private, &own_temp_public, &peer_public, &peer_temp_public,
-        &agreement);
+    const int32_t status =
+        ZEV_SM2_GenerateKeyWithECC(g_phSessionHandle, kAgreedKeyBits, g_MyMsgInfo.UUID_E, kUuidLen,
+                                   UUID_R, kUuidLen, &own_private, &own_temp_private,
+                                   &own_temp_public, &peer_public, &peer_temp_public, &agreement);
     trace("End ZEV_SM2_GenerateKeyWithECC==%x.\r\n", session_handle_trace());
     secure_wipe(&own_private, sizeof(own_private));
     secure_wipe(&own_temp_private, sizeof(own_temp_private));

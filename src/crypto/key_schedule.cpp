@@ -55,9 +55,8 @@ bool ComputeKDK(PartyKeyInfo& own, const PartyKeyInfo& peer, const uint8_t* addr
                 bool enrolleeFirst) {
     // A text address contributes its characters up to the first zero byte (bounded by the
     // 16-byte address field); every other mode contributes the 6 address bytes, zeros included.
-    const size_t address_len = (g_AddressMode == TEXT_ADDRESS)
-                                   ? field_strlen(address, kAddressLen)
-                                   : kMacAddressLen;
+    const size_t address_len =
+        (g_AddressMode == TEXT_ADDRESS) ? field_strlen(address, kAddressLen) : kMacAddressLen;
     const uint8_t* first = enrolleeFirst ? own.Nonce : peer.Nonce;
     const uint8_t* second = enrolleeFirst ? peer.Nonce : own.Nonce;
     const Bytes pieces[] = {{first, kNonceLen}, {address, address_len}, {second, kNonceLen}};
@@ -130,8 +129,8 @@ void ComputeEHashes() {
     // The odd character of an odd-length password belongs to the first half.
     const size_t first_len = len / 2 + len % 2;
     HmacSHA256(own.AuthKey, kKeyLen, password, static_cast<uint32_t>(first_len), own.Psk1);
-    HmacSHA256(own.AuthKey, kKeyLen, password + first_len,
-               static_cast<uint32_t>(len - first_len), own.Psk2);
+    HmacSHA256(own.AuthKey, kKeyLen, password + first_len, static_cast<uint32_t>(len - first_len),
+               own.Psk2);
     password_hash(own, g_RegistrarKeys, own.SecretNonce1, own.Psk1, own.Hash1);
     password_hash(own, g_RegistrarKeys, own.SecretNonce2, own.Psk2, own.Hash2);
 }

@@ -17,8 +17,7 @@ void clear_front(std::span<uint8_t> buffer, size_t n) {
 
 }  // namespace
 
-void EncryptMessage(const uint8_t* plain, uint16_t plainLength, uint8_t* out,
-                    uint16_t* outLength) {
+void EncryptMessage(const uint8_t* plain, uint16_t plainLength, uint8_t* out, uint16_t* outLength) {
     // Settings travel in the clear in the Wi-Fi flavour: output and length stay untouched.
     if (is_wifi_flavour()) return;
     if (out == nullptr || outLength == nullptr) return;

@@ -57,7 +57,9 @@ constexpr PositionTable kSboxPos1 = make_position_table(1);
 constexpr PositionTable kSboxPos2 = make_position_table(2);
 constexpr PositionTable kSboxPos3 = make_position_table(3);
 
-constexpr uint32_t rotl(uint32_t x, int n) { return (x << n) | (x >> (32 - n)); }
+constexpr uint32_t rotl(uint32_t x, int n) {
+    return (x << n) | (x >> (32 - n));
+}
 
 // tau: the S-box on each byte of the word.
 inline uint32_t tau(uint32_t x) {
@@ -150,7 +152,8 @@ int32_t Sms4Ofb(const uint8_t* iv, const uint8_t* input, int32_t length, const u
     while (done < total) {
         Sms4EncryptBlock(schedule, block, block);
         const size_t n = (total - done < kBlockLen) ? total - done : kBlockLen;
-        for (size_t i = 0; i < n; ++i) output[done + i] = static_cast<uint8_t>(input[done + i] ^ block[i]);
+        for (size_t i = 0; i < n; ++i)
+            output[done + i] = static_cast<uint8_t>(input[done + i] ^ block[i]);
         done += n;
     }
     secure_wipe(&schedule, sizeof(schedule));

@@ -27,7 +27,9 @@ static_assert(kM1MaxLen <= kMaxBodyLen, "M1 must fit the output frame");
 
 // ---- M1 --------------------------------------------------------------------------------------
 
-void add_u8(uint8_t** cursor, uint16_t type, uint8_t v) { AddTlv(cursor, type, &v, 1); }
+void add_u8(uint8_t** cursor, uint16_t type, uint8_t v) {
+    AddTlv(cursor, type, &v, 1);
+}
 void add_be16(uint8_t** cursor, uint16_t type, uint16_t v) {
     uint8_t b[2];
     put_be16(b, v);
@@ -125,7 +127,8 @@ StepResult store_public_keys(ParseState& s) {
     return kStepPassed;
 }
 StepResult store_authenticator(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), sizeof(g_RegistrarKeys.Authenticator));
+    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(),
+                sizeof(g_RegistrarKeys.Authenticator));
     return kStepPassed;
 }
 StepResult agree_key(ParseState&) {
@@ -174,6 +177,7 @@ StepResult check_certificate_mode(ParseState& s) {
 }
 
 // M2 checks, in the order they run; the first failure is the result.
+// clang-format off
 constexpr TlvStep kM2Steps[] = {
     // attribute                  rule              width  equals               code                  then
     {ATTR_REGISTRAR_NONCE,        TlvRule::kExact,  16,    nullptr,             kErrM2RegistrarNonce, store_registrar_nonce},
@@ -203,6 +207,7 @@ constexpr TlvStep kM2Steps[] = {
     {ATTR_OS_VERSION,             TlvRule::kExact,  4,     nullptr,             kErrM2OsVersion,      nullptr},
     {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2CertificateMode, check_certificate_mode},
 };
+// clang-format on
 
 }  // namespace
 
@@ -221,30 +226,30 @@ bool BuildMessageM1(uint8_t* out, uint32_t* outLength) {
     std::memcpy(primary_dev_type + 2, is_wifi_flavour() ? kOuiWifi : kOuiWapi, 4);
     put_be16(primary_dev_type + 6, info.PrimaryDeviceCategory);
 
-    add_u8(&cursor, ATTR_VERSION, WPS_VERSION);                       // 1
-    add_u8(&cursor, ATTR_MSG_TYPE, WPS_MSG_TYPE_M1);                  // 2
-    AddTlv(&cursor, ATTR_UUID_E, info.UUID_E, kUuidLen);              // 3
-    AddTlv(&cursor, ATTR_MAC_ADDRESS, info.LocalAddress, address_len);  // 4
+    add_u8(&cursor, ATTR_VERSION, WPS_VERSION);                             // 1
+    add_u8(&cursor, ATTR_MSG_TYPE, WPS_MSG_TYPE_M1);                        // 2
+    AddTlv(&cursor, ATTR_UUID_E, info.UUID_E, kUuidLen);                    // 3
+    AddTlv(&cursor, ATTR_MAC_ADDRESS, info.LocalAddress, address_len);      // 4
     AddTlv(&cursor, ATTR_ENROLLEE_NONCE, g_EnrolleeKeys.Nonce, kNonceLen);  // 5
     uint8_t public_key[kPublicKeyWorkLen] = {};
     make_public_key_value(public_key);
-    AddTlv(&cursor, ATTR_PUBLIC_KEY, public_key, kPublicKeyAttrLen);  // 6
-    add_be16(&cursor, ATTR_AUTH_TYPE_FLAGS, info.AuthTypeFlags);      // 7
-    add_be16(&cursor, ATTR_ENCR_TYPE_FLAGS, info.EncrTypeFlags);      // 8
-    add_u8(&cursor, ATTR_CONNECTION_TYPE_FLAGS, info.ConnectionTypeFlags);  // 9
-    add_be16(&cursor, ATTR_CONFIG_METHODS, info.ConfigMethods);       // 10
-    add_u8(&cursor, ATTR_SIMPLE_CONFIG_STATE, g_EnrolleeKeys.SimpleConfigState);  // 11
-    add_text(&cursor, ATTR_MANUFACTURER, info.Manufacturer);          // 12
-    add_text(&cursor, ATTR_MODEL_NAME, info.ModelName);               // 13
-    add_text(&cursor, ATTR_MODEL_NUMBER, info.ModelNumber);           // 14
-    add_text(&cursor, ATTR_SERIAL_NUMBER, info.SerialNumber);         // 15
+    AddTlv(&cursor, ATTR_PUBLIC_KEY, public_key, kPublicKeyAttrLen);               // 6
+    add_be16(&cursor, ATTR_AUTH_TYPE_FLAGS, info.AuthTypeFlags);                   // 7
+    add_be16(&cursor, ATTR_ENCR_TYPE_FLAGS, info.EncrTypeFlags);                   // 8
+    add_u8(&cursor, ATTR_CONNECTION_TYPE_FLAGS, info.ConnectionTypeFlags);         // 9
+    add_be16(&cursor, ATTR_CONFIG_METHODS, info.ConfigMethods);                    // 10
+    add_u8(&cursor, ATTR_SIMPLE_CONFIG_STATE, g_EnrolleeKeys.SimpleConfigState);   // 11
+    add_text(&cursor, ATTR_MANUFACTURER, info.Manufacturer);                       // 12
+    add_text(&cursor, ATTR_MODEL_NAME, info.ModelName);                            // 13
+    add_text(&cursor, ATTR_MODEL_NUMBER, info.ModelNumber);                        // 14
+    add_text(&cursor, ATTR_SERIAL_NUMBER, info.SerialNumber);                      // 15
     AddTlv(&cursor, ATTR_PRIMARY_DEV_TYPE, primary_dev_type, kPrimaryDevTypeLen);  // 16
-    add_text(&cursor, ATTR_DEVICE_NAME, info.DeviceName);             // 17
-    add_u8(&cursor, ATTR_RF_BANDS, info.RFBands);                     // 18
-    add_be16(&cursor, ATTR_ASSOCIATION_STATE, g_EnrolleeKeys.AssociationState);  // 19
-    add_be16(&cursor, ATTR_DEVICE_PASSWORD_ID, info.DevicePasswordId);  // 20
-    add_be16(&cursor, ATTR_CONFIG_ERROR, info.ConfigError);           // 21
-    add_be32(&cursor, ATTR_OS_VERSION, info.OSVersion);               // 22
+    add_text(&cursor, ATTR_DEVICE_NAME, info.DeviceName);                          // 17
+    add_u8(&cursor, ATTR_RF_BANDS, info.RFBands);                                  // 18
+    add_be16(&cursor, ATTR_ASSOCIATION_STATE, g_EnrolleeKeys.AssociationState);    // 19
+    add_be16(&cursor, ATTR_DEVICE_PASSWORD_ID, info.DevicePasswordId);             // 20
+    add_be16(&cursor, ATTR_CONFIG_ERROR, info.ConfigError);                        // 21
+    add_be32(&cursor, ATTR_OS_VERSION, info.OSVersion);                            // 22
     if (g_WPS_mode == WAPI_WPS_CERT) {
         CertificateModeOffer = CERTIFICATE_MODE_OFFER;
         add_u8(&cursor, ATTR_CERTIFICATE_MODE, CertificateModeOffer);  // 23

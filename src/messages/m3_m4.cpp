@@ -91,6 +91,7 @@ StepResult check_r_hash1(ParseState& s) {
 }
 
 // M4 checks, in the order they run; the first failure is the result.
+// clang-format off
 constexpr TlvStep kM4Steps[] = {
     // attribute            rule              width  equals                code                 then
     {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM4Authenticator, store_authenticator},
@@ -104,6 +105,7 @@ constexpr TlvStep kM4Steps[] = {
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4KeyWrapAuth,   check_key_wrap_auth},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4RHash1Check,   check_r_hash1},
 };
+// clang-format on
 
 }  // namespace
 

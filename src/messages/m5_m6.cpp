@@ -21,14 +21,15 @@ constexpr size_t kSealedBufLen = 1024;
 
 // M5 settings: E-SNonce1 (20) and the Key Wrap Authenticator (12) are 32 bytes, a whole number of
 // blocks, so the padding is always one full block of 0x10.
-constexpr size_t kM5SettingsContentLen = kTlvHeaderLen + kNonceLen + kTlvHeaderLen + kAuthenticatorLen;
+constexpr size_t kM5SettingsContentLen =
+    kTlvHeaderLen + kNonceLen + kTlvHeaderLen + kAuthenticatorLen;
 constexpr size_t kM5PadLen = 16 - (kM5SettingsContentLen % 16);
 constexpr size_t kM5SettingsLen = kM5SettingsContentLen + kM5PadLen;
 constexpr size_t kKwaCoveredLen = kTlvHeaderLen + kNonceLen;
 static_assert(kM5SettingsLen == 48 && kM5PadLen == 16, "M5 settings are 48 bytes");
 
-constexpr size_t kM5Len = 5 * kTlvHeaderLen + 1 + 1 + kNonceLen + kIvLen + kM5SettingsLen +
-                          kAuthenticatorLen;
+constexpr size_t kM5Len =
+    5 * kTlvHeaderLen + 1 + 1 + kNonceLen + kIvLen + kM5SettingsLen + kAuthenticatorLen;
 static_assert(kM5Len <= kMaxBodyLen, "M5 must fit the output frame");
 
 // Decrypted settings of M6, read by position as in M4.
@@ -104,6 +105,7 @@ StepResult check_r_hash2(ParseState& s) {
 }
 
 // M6 checks, in the order they run; the first failure is the result.
+// clang-format off
 constexpr TlvStep kM6Steps[] = {
     // attribute            rule              width  equals                code                 then
     {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM6Authenticator, store_authenticator},
@@ -117,6 +119,7 @@ constexpr TlvStep kM6Steps[] = {
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_key_wrap_auth},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6RHash2Check,   check_r_hash2},
 };
+// clang-format on
 
 }  // namespace
 
