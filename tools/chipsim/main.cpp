@@ -1,13 +1,20 @@
-// chipsim: runs the secure-chip service simulator until it is killed (or, with --for N, for N
-// seconds).
+// chipsim: runs the secure-chip service simulator until SIGINT/SIGTERM (or, with --for N, for N
+// seconds), printing each slot's public key at start.
 //   chipsim [--seed N] [--socket PATH] [--slots N] [--for SECONDS]
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <thread>
 
 #include "chipsim/chipsim.h"
+
+namespace {
+// Set by SIGINT/SIGTERM so that the socket is removed (or the event reset) on the way out.
+volatile std::sig_atomic_t g_stop = 0;
+void on_signal(int) { g_stop = 1; }
+}  // namespace
 
 int main(int argc, char** argv) {
     chipsim::Options options;
@@ -38,7 +45,12 @@ int main(int argc, char** argv) {
         std::printf("\n");
     }
     std::fflush(stdout);
-    for (long s = 0; run_for < 0 || s < run_for; ++s) std::this_thread::sleep_for(std::chrono::seconds(1));
+    std::signal(SIGINT, on_signal);
+    std::signal(SIGTERM, on_signal);
+    const auto start = std::chrono::steady_clock::now();
+    while (g_stop == 0 &&
+           (run_for < 0 || std::chrono::steady_clock::now() - start < std::chrono::seconds(run_for)))
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     sim.stop();
     return 0;
 }
