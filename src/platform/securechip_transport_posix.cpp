@@ -103,9 +103,13 @@ void* thread_main(void* raw) {
 
 }  // namespace
 
-uint32_t chip_last_error() { return t_last_error; }
+uint32_t chip_last_error() {
+    return t_last_error;
+}
 
-ChipEvent* chip_stop_event_create() { return new (std::nothrow) ChipEvent; }
+ChipEvent* chip_stop_event_create() {
+    return new (std::nothrow) ChipEvent;
+}
 
 void chip_stop_event_set(ChipEvent* event) {
     if (event == nullptr || event->is_running_event) return;
@@ -227,8 +231,8 @@ ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
         fail_with(EPIPE);
         return ChipRead::kError;
     }
-    size_t len = static_cast<size_t>(whole) < kMaxMessageLen ? static_cast<size_t>(whole)
-                                                             : kMaxMessageLen;
+    size_t len =
+        static_cast<size_t>(whole) < kMaxMessageLen ? static_cast<size_t>(whole) : kMaxMessageLen;
     if (len <= cap) {
         ssize_t n = ::recv(pipe->fd, buf, cap, 0);
         if (n < 0) {

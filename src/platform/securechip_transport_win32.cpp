@@ -1,7 +1,7 @@
 // Windows secure-chip transport: the service's message-mode named pipe, its machine-wide running
 // event, an unnamed manual-reset stop event and the watcher thread, all synchronous Win32 calls.
-#include <windows.h>
 #include <process.h>
+#include <windows.h>
 
 #include <new>
 
@@ -30,7 +30,9 @@ constexpr wchar_t kPipeNameW[] = L"\\\\.\\pipe\\QMX470_pipe";
 // may change GetLastError) before it prints the error.
 thread_local uint32_t t_last_error = 0;
 
-void remember_error() { t_last_error = static_cast<uint32_t>(GetLastError()); }
+void remember_error() {
+    t_last_error = static_cast<uint32_t>(GetLastError());
+}
 
 unsigned __stdcall thread_main(void* raw) {
     ChipThread* t = static_cast<ChipThread*>(raw);
@@ -39,7 +41,9 @@ unsigned __stdcall thread_main(void* raw) {
 
 }  // namespace
 
-uint32_t chip_last_error() { return t_last_error; }
+uint32_t chip_last_error() {
+    return t_last_error;
+}
 
 ChipEvent* chip_stop_event_create() {
     HANDLE h = CreateEventW(nullptr, TRUE, FALSE, nullptr);
@@ -133,8 +137,7 @@ bool chip_pipe_set_message_mode(ChipPipe* pipe) {
 bool chip_pipe_write(ChipPipe* pipe, const uint8_t* data, size_t len) {
     DWORD written = 0;
     if (pipe != nullptr && len <= MAXDWORD &&
-        WriteFile(pipe->handle, data, static_cast<DWORD>(len), &written, nullptr) &&
-        written == len)
+        WriteFile(pipe->handle, data, static_cast<DWORD>(len), &written, nullptr) && written == len)
         return true;
     remember_error();
     return false;

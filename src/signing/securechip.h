@@ -50,15 +50,15 @@ inline constexpr uint32_t kChipCmdSign = 4;
 inline constexpr uint32_t kChipCmdExportPublicKey = 7;
 
 // Sizes of the exchange.
-inline constexpr size_t kChipHeaderLen = 8;           // command/status + length
-inline constexpr size_t kChipRequestBufLen = 10240;   // request assembly buffer
-inline constexpr size_t kChipReceiveBufLen = 6144;    // one read from the pipe
-inline constexpr size_t kChipExportCopyLen = 1024;    // bytes of a command 7 answer kept
-inline constexpr size_t kChipSignCopyLen = 56;        // bytes of a command 4 answer kept
+inline constexpr size_t kChipHeaderLen = 8;          // command/status + length
+inline constexpr size_t kChipRequestBufLen = 10240;  // request assembly buffer
+inline constexpr size_t kChipReceiveBufLen = 6144;   // one read from the pipe
+inline constexpr size_t kChipExportCopyLen = 1024;   // bytes of a command 7 answer kept
+inline constexpr size_t kChipSignCopyLen = 56;       // bytes of a command 4 answer kept
 inline constexpr size_t kChipSignParamLen = 16;
-inline constexpr size_t kChipSignHeaderLen = 32;      // command 4 request before the data
-inline constexpr size_t kChipPublicKeyLen = 48;       // x || y
-inline constexpr size_t kChipSignatureLen = 48;       // r || s
+inline constexpr size_t kChipSignHeaderLen = 32;  // command 4 request before the data
+inline constexpr size_t kChipPublicKeyLen = 48;   // x || y
+inline constexpr size_t kChipSignatureLen = 48;   // r || s
 
 // Timings of the watcher and the pipe open.
 inline constexpr uint32_t kChipPollMs = 500;

@@ -58,9 +58,12 @@ enum class Pass { kContinue, kEndOk, kEndFailed };
 // The pause between passes while connected or after a failed open: 1 s on the stop event.
 Pass pause_on_stop_event(SecureChipClient* client) {
     switch (platform::chip_wait_stop(client->hStopEvent, kChipPauseMs)) {
-    case ChipPause::kSignalled: return Pass::kEndOk;
-    case ChipPause::kFailed: return Pass::kEndFailed;
-    case ChipPause::kTimeout: break;
+        case ChipPause::kSignalled:
+            return Pass::kEndOk;
+        case ChipPause::kFailed:
+            return Pass::kEndFailed;
+        case ChipPause::kTimeout:
+            break;
     }
     return Pass::kContinue;
 }
@@ -88,7 +91,9 @@ void on_service_stopped(SecureChipClient* client) {
     if (client->connected) lose_connection_locked(client);
 }
 
-int32_t watch_thread_entry(void* arg) { return SecureChipWatchThread(static_cast<SecureChipClient*>(arg)); }
+int32_t watch_thread_entry(void* arg) {
+    return SecureChipWatchThread(static_cast<SecureChipClient*>(arg));
+}
 
 // ---- Requests -----------------------------------------------------------------------------------
 
@@ -187,14 +192,20 @@ int32_t SecureChipWatchThread(SecureChipClient* client) {
         Pass pass = Pass::kContinue;
         switch (platform::chip_wait_stop_or_running(client->hStopEvent, client->hRunningEvent,
                                                     kChipPollMs)) {
-        case ChipWait::kStop: return 0;
-        case ChipWait::kRunning: pass = on_service_running(client); break;
-        case ChipWait::kTimeout: on_service_stopped(client); break;
-        case ChipWait::kFailed: return -1;
-        case ChipWait::kOther:
-            console_print("WaitForSingleObjectEx (%d)\n",
-                          static_cast<int>(platform::chip_last_error()));
-            return -2;
+            case ChipWait::kStop:
+                return 0;
+            case ChipWait::kRunning:
+                pass = on_service_running(client);
+                break;
+            case ChipWait::kTimeout:
+                on_service_stopped(client);
+                break;
+            case ChipWait::kFailed:
+                return -1;
+            case ChipWait::kOther:
+                console_print("WaitForSingleObjectEx (%d)\n",
+                              static_cast<int>(platform::chip_last_error()));
+                return -2;
         }
         if (pass == Pass::kEndOk) return 0;
         if (pass == Pass::kEndFailed) return -1;

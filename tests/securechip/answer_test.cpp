@@ -39,9 +39,10 @@ TEST_P(SecureChipAnswerTest, CheckAndCopy) {
     Bytes view(c.export_answer ? kChipExportCopyLen : kChipSignCopyLen, 0);
     std::memcpy(view.data(), c.received.data(), std::min(view.size(), c.received.size()));
     Bytes out(48, 0xEE);
-    int32_t r = c.export_answer
-                    ? chip_parse_export_answer(view.data(), view.size(), c.received.size(), out.data())
-                    : chip_parse_sign_answer(view.data(), view.size(), c.received.size(), out.data());
+    int32_t r =
+        c.export_answer
+            ? chip_parse_export_answer(view.data(), view.size(), c.received.size(), out.data())
+            : chip_parse_sign_answer(view.data(), view.size(), c.received.size(), out.data());
     ASSERT_EQ(r, c.result);
     for (size_t i = 0; i < out.size(); ++i) {
         uint8_t expected = i < c.copied ? static_cast<uint8_t>(0x40 + i) : 0xEE;

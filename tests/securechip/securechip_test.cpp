@@ -90,10 +90,12 @@ bool eventually(Pred pred) {
     return pred();
 }
 
-Bytes key_bytes(const std::array<uint8_t, 48>& key) { return Bytes(key.begin(), key.end()); }
+Bytes key_bytes(const std::array<uint8_t, 48>& key) {
+    return Bytes(key.begin(), key.end());
+}
 
 class SecureChipTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         sim_ = std::make_unique<Simulator>();
         ASSERT_TRUE(sim_->start());
@@ -132,10 +134,10 @@ TEST_F(SecureChipTest, ExportRequestAndKeyAreExact) {
     ASSERT_EQ(export_key(&key), 0);
     EXPECT_EQ(key, key_bytes(sim_->public_key(3)));
     EXPECT_EQ(sim_->last_request(), (Bytes{
-                                         0x00, 0x00, 0x00, 0x07,  // command 7
-                                         0x00, 0x00, 0x00, 0x04,  // body length 4
-                                         0x00, 0x00, 0x00, 0x03,  // key index 3
-                                     }));
+                                        0x00, 0x00, 0x00, 0x07,  // command 7
+                                        0x00, 0x00, 0x00, 0x04,  // body length 4
+                                        0x00, 0x00, 0x00, 0x03,  // key index 3
+                                    }));
 }
 
 class SecureChipSignTest : public SecureChipTest, public ::testing::WithParamInterface<uint32_t> {};
@@ -157,14 +159,38 @@ TEST_P(SecureChipSignTest, SignRequestIsExactAndSignatureVerifies) {
     Bytes header(req.begin(), req.begin() + 32);
     const uint32_t body = n + 24;
     EXPECT_EQ(header, (Bytes{
-                          0x00, 0x00, 0x00, 0x04,  // command 4
-                          static_cast<uint8_t>(body >> 24), static_cast<uint8_t>(body >> 16),
-                          static_cast<uint8_t>(body >> 8), static_cast<uint8_t>(body),  // N + 24
-                          0x00, 0x00, 0x00, 0x05,                                       // key index
-                          0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7,  // sign parameter
-                          0xA8, 0xA9, 0xAA, 0xAB, 0xAC, 0xAD, 0xAE, 0xAF,  //   as stored
-                          static_cast<uint8_t>(n >> 24), static_cast<uint8_t>(n >> 16),
-                          static_cast<uint8_t>(n >> 8), static_cast<uint8_t>(n),  // N
+                          0x00,
+                          0x00,
+                          0x00,
+                          0x04,  // command 4
+                          static_cast<uint8_t>(body >> 24),
+                          static_cast<uint8_t>(body >> 16),
+                          static_cast<uint8_t>(body >> 8),
+                          static_cast<uint8_t>(body),  // N + 24
+                          0x00,
+                          0x00,
+                          0x00,
+                          0x05,  // key index
+                          0xA0,
+                          0xA1,
+                          0xA2,
+                          0xA3,
+                          0xA4,
+                          0xA5,
+                          0xA6,
+                          0xA7,  // sign parameter
+                          0xA8,
+                          0xA9,
+                          0xAA,
+                          0xAB,
+                          0xAC,
+                          0xAD,
+                          0xAE,
+                          0xAF,  //   as stored
+                          static_cast<uint8_t>(n >> 24),
+                          static_cast<uint8_t>(n >> 16),
+                          static_cast<uint8_t>(n >> 8),
+                          static_cast<uint8_t>(n),  // N
                       }));
     EXPECT_TRUE(std::equal(data.begin(), data.end(), req.begin() + 32));
 }
@@ -213,7 +239,8 @@ struct FaultCase {
     Fault fault;
 };
 
-class SecureChipFaultTest : public SecureChipTest, public ::testing::WithParamInterface<FaultCase> {};
+class SecureChipFaultTest : public SecureChipTest,
+                            public ::testing::WithParamInterface<FaultCase> {};
 
 TEST_P(SecureChipFaultTest, BothCommandsFailAndConnectionSurvives) {
     Bytes key;

@@ -19,7 +19,7 @@
 
 namespace chipsim {
 
-inline constexpr size_t kKeyLen = 48;        // x || y, or r || s
+inline constexpr size_t kKeyLen = 48;         // x || y, or r || s
 inline constexpr size_t kPipeReadLen = 6144;  // the client's receive buffer
 
 // How the next answers go wrong.
@@ -40,7 +40,7 @@ struct Options {
 };
 
 class Simulator {
-public:
+  public:
     explicit Simulator(Options options = {});
     ~Simulator();
     Simulator(const Simulator&) = delete;
@@ -81,7 +81,7 @@ public:
 
     struct Impl;
 
-private:
+  private:
     std::unique_ptr<Impl> impl_;
 };
 

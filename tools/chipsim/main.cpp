@@ -13,7 +13,9 @@
 namespace {
 // Set by SIGINT/SIGTERM so that the socket is removed (or the event reset) on the way out.
 volatile std::sig_atomic_t g_stop = 0;
-void on_signal(int) { g_stop = 1; }
+void on_signal(int) {
+    g_stop = 1;
+}
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -29,7 +31,8 @@ int main(int argc, char** argv) {
         } else if (std::strcmp(argv[i], "--for") == 0) {
             run_for = std::strtol(argv[i + 1], nullptr, 0);
         } else {
-            std::fprintf(stderr, "usage: chipsim [--seed N] [--socket PATH] [--slots N] [--for S]\n");
+            std::fprintf(stderr,
+                         "usage: chipsim [--seed N] [--socket PATH] [--slots N] [--for S]\n");
             return 2;
         }
     }
@@ -48,8 +51,8 @@ int main(int argc, char** argv) {
     std::signal(SIGINT, on_signal);
     std::signal(SIGTERM, on_signal);
     const auto start = std::chrono::steady_clock::now();
-    while (g_stop == 0 &&
-           (run_for < 0 || std::chrono::steady_clock::now() - start < std::chrono::seconds(run_for)))
+    while (g_stop == 0 && (run_for < 0 || std::chrono::steady_clock::now() - start <
+                                              std::chrono::seconds(run_for)))
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     sim.stop();
     return 0;

@@ -10,7 +10,7 @@ namespace chipsim {
 class Simulator;
 
 class Server {
-public:
+  public:
     virtual ~Server() = default;
     virtual bool start() = 0;
     virtual void stop() = 0;

@@ -21,7 +21,7 @@ namespace {
 constexpr size_t kMaxRequestLen = 64 * 1024;
 
 class PosixServer : public Server {
-public:
+  public:
     PosixServer(Simulator& sim, std::string path) : sim_(sim), path_(std::move(path)) {}
     ~PosixServer() override { stop(); }
 
@@ -64,7 +64,7 @@ public:
 
     void withdraw() override { ::unlink(path_.c_str()); }
 
-private:
+  private:
     void serve() {
         std::vector<uint8_t> buf(kMaxRequestLen);
         while (!stopping_) {

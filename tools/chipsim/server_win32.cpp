@@ -32,7 +32,7 @@ bool wait_io(HANDLE pipe, OVERLAPPED* ov, HANDLE stop, DWORD* n) {
 }
 
 class WinServer : public Server {
-public:
+  public:
     explicit WinServer(Simulator& sim) : sim_(sim) {}
     ~WinServer() override {
         stop();
@@ -84,7 +84,7 @@ public:
         if (started_) ResetEvent(running_event_);
     }
 
-private:
+  private:
     // Keeps one instance listening; each connected instance is served by a thread of its own.
     static HANDLE create_instance() {
         return CreateNamedPipeA(kPipeName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED,
@@ -106,8 +106,10 @@ private:
             if (!connected) {
                 DWORD err = GetLastError();
                 DWORD n = 0;
-                if (err == ERROR_PIPE_CONNECTED) connected = true;
-                else if (err == ERROR_IO_PENDING) connected = wait_io(pipe, &ov, stop_event_, &n);
+                if (err == ERROR_PIPE_CONNECTED)
+                    connected = true;
+                else if (err == ERROR_IO_PENDING)
+                    connected = wait_io(pipe, &ov, stop_event_, &n);
             }
             CloseHandle(ov.hEvent);
             if (!connected) {

@@ -227,7 +227,9 @@ Simulator::Simulator(Options options) : impl_(std::make_unique<Impl>()) {
         impl_->slots.push_back(make_slot(impl_->options.seed, i));
 }
 
-Simulator::~Simulator() { stop(); }
+Simulator::~Simulator() {
+    stop();
+}
 
 bool Simulator::start() {
     if (impl_->serving) return true;
@@ -251,8 +253,12 @@ void Simulator::withdraw() {
     if (impl_->serving) impl_->server->withdraw();
 }
 
-bool Simulator::serving() const { return impl_->serving; }
-const std::string& Simulator::socket_path() const { return impl_->options.socket_path; }
+bool Simulator::serving() const {
+    return impl_->serving;
+}
+const std::string& Simulator::socket_path() const {
+    return impl_->options.socket_path;
+}
 
 std::array<uint8_t, kKeyLen> Simulator::public_key(uint32_t slot) const {
     if (slot >= impl_->slots.size()) return {};
@@ -343,8 +349,9 @@ bool Simulator::verify(const std::array<uint8_t, kKeyLen>& public_key, const uin
     gcry_mpi_t r = bytes_mpi(signature, kHalfLen);
     gcry_mpi_t s = bytes_mpi(signature + kHalfLen, kHalfLen);
     gcry_sexp_t key = nullptr, msg = nullptr, sig = nullptr;
-    gcry_sexp_build(&key, nullptr, "(public-key (ecc (p %m)(a %m)(b %m)(g %m)(n %m)(h #01#)(q %m)))",
-                    c.p, c.a, c.b, c.g, c.n, q);
+    gcry_sexp_build(&key, nullptr,
+                    "(public-key (ecc (p %m)(a %m)(b %m)(g %m)(n %m)(h #01#)(q %m)))", c.p, c.a,
+                    c.b, c.g, c.n, q);
     gcry_sexp_build(&msg, nullptr, "(data (flags raw)(value %m))", e);
     gcry_sexp_build(&sig, nullptr, "(sig-val (ecdsa (r %m)(s %m)))", r, s);
     bool ok = gcry_pk_verify(sig, msg, key) == 0;
