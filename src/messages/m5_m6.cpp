@@ -44,7 +44,7 @@ constexpr int32_t kErrM6Version = -55;
 constexpr int32_t kErrM6MsgType = -56;
 constexpr int32_t kErrM6EnrolleeNonce = -57;
 constexpr int32_t kErrM6EncrSettings = -58;
-constexpr int32_t kErrM6Settings = -59;  // padding value, padding bytes and KWA share it
+constexpr int32_t kErrM6Settings = kErrSettingsPadding;  // the KWA shares the padding's code
 constexpr int32_t kErrM6RHash2Check = -60;
 
 constexpr uint8_t kM6MsgType[1] = {WPS_MSG_TYPE_M6};
@@ -70,23 +70,10 @@ StepResult open_settings(ParseState& s) {
     DecryptMessage(s.value, s.value_len, &s.decrypted_len);
     return kStepPassed;
 }
-StepResult check_pad_value(ParseState& s) {
-    // Settings that opened to nothing have no padding byte to read; they fail here.
-    const size_t n = s.decrypted_len;
-    if (n == 0 || s.value[n - 1] > n) return {kErrM6Settings, "pad value is error.\r\n"};
-    return kStepPassed;
-}
-StepResult check_pad_bytes(ParseState& s) {
-    const size_t n = s.decrypted_len;
-    const uint8_t pad = s.value[n - 1];
-    for (size_t i = n - pad; i < n; ++i)
-        if (s.value[i] != pad) return {kErrM6Settings, "pad string is error.\r\n"};
-    return kStepPassed;
-}
 StepResult check_key_wrap_auth(ParseState& s) {
     // A padding value of 0 removes nothing. Settings too short for the nonce and the Key Wrap
     // Authenticator once the padding is gone fail this step.
-    s.decrypted_len = static_cast<uint16_t>(s.decrypted_len - s.value[s.decrypted_len - 1]);
+    strip_padding(s);
     if (s.decrypted_len < kSettingsMinLen) return {kErrM6Settings, nullptr};
     uint8_t mac[kMacLen] = {};
     HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),

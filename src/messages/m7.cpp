@@ -8,6 +8,7 @@
 #include "common/bytes.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
+#include "messages/tlv_checks.h"
 #include "platform/platform.h"
 #include "signing/signing.h"
 
@@ -229,9 +230,7 @@ bool BuildMessageM7(uint8_t* out, uint32_t* outLength) {
     AddTlv(&cursor, ATTR_AUTHENTICATOR, mac, 8);
 
     *outLength = static_cast<uint32_t>(cursor - out);
-    std::memset(g_PrevMsgBuf, 0, sizeof g_PrevMsgBuf);
-    std::memcpy(g_PrevMsgBuf, out, *outLength);
-    g_PrevMsgLen = static_cast<uint16_t>(*outLength);
+    keep_sent_message(out, *outLength);
     trace("Build M7 success.\r\n");
     return true;
 }

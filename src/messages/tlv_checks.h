@@ -88,3 +88,28 @@ inline void keep_sent_message(const uint8_t* body, uint32_t length) {
     if (n != 0) std::memcpy(g_PrevMsgBuf, body, n);
     g_PrevMsgLen = static_cast<uint16_t>(length);
 }
+
+// ---- Padding of opened settings, shared by the M6 and M8 parsers ---------------------------
+// Both report -59 for a bad padding value and for bad padding bytes, on purpose: the registrar
+// tells them apart only by the trace line. Settings that opened to nothing (the Wi-Fi flavour,
+// or an IV alone) have no padding byte to read and fail as a bad value.
+constexpr int32_t kErrSettingsPadding = -59;
+
+inline StepResult check_pad_value(ParseState& s) {
+    const size_t n = s.decrypted_len;
+    if (n == 0 || s.value[n - 1] > n) return {kErrSettingsPadding, "pad value is error.\r\n"};
+    return kStepPassed;
+}
+
+inline StepResult check_pad_bytes(ParseState& s) {
+    const size_t n = s.decrypted_len;
+    const uint8_t pad = s.value[n - 1];
+    for (size_t i = n - pad; i < n; ++i)
+        if (s.value[i] != pad) return {kErrSettingsPadding, "pad string is error.\r\n"};
+    return kStepPassed;
+}
+
+// Drops the checked padding (a value of 0 removes nothing).
+inline void strip_padding(ParseState& s) {
+    s.decrypted_len = static_cast<uint16_t>(s.decrypted_len - s.value[s.decrypted_len - 1]);
+}
