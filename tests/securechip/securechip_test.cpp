@@ -406,6 +406,32 @@ TEST(SecureChipNoService, TransactWithoutPipeFailsAndReportsNothing) {
     delete log;
 }
 
+// The watcher's ways out, run on the calling thread: no client, a cleared running flag, a
+// running event that could not be had (the wait fails), and the stop event.
+TEST(SecureChipWatch, EndsWithTheDocumentedExitCodes) {
+    EXPECT_EQ(SecureChipWatchThread(nullptr), 0);
+
+    auto* idle = new SecureChipClient;  // running 0
+    EXPECT_EQ(SecureChipWatchThread(idle), 0);
+
+    auto* no_event = new SecureChipClient;
+    no_event->running.store(1);
+    no_event->hStopEvent = platform::chip_stop_event_create();
+    ASSERT_NE(no_event->hStopEvent, nullptr);
+    EXPECT_EQ(SecureChipWatchThread(no_event), -1);
+    EXPECT_EQ(no_event->connected, 0);
+
+    auto* stopped = new SecureChipClient;
+    stopped->running.store(1);
+    stopped->hStopEvent = platform::chip_stop_event_create();
+    ASSERT_EQ(OpenSecureChipRunningEvent(stopped), 0);
+    platform::chip_stop_event_set(stopped->hStopEvent);
+    EXPECT_EQ(SecureChipWatchThread(stopped), 0);
+    // Records and events stay allocated, as a client's would; kept reachable for the leak checker.
+    static SecureChipClient* kept[] = {idle, no_event, stopped};
+    (void)kept;
+}
+
 TEST(SecureChipNoClient, BothStubsAndWrappersFailWithoutTouchingAnything) {
     SecureChipClient* saved = g_SecureChipClient;
     g_SecureChipClient = nullptr;
