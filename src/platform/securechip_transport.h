@@ -15,7 +15,8 @@
 namespace platform {
 
 // Default socket path on POSIX when WAPIWPS_SECURECHIP_SOCKET is unset or empty. The variable is
-// read at every open and every poll, so a test may point a process at its own simulator.
+// read at every open and every poll, so a test may point a process at its own simulator; set it
+// before the first client is created (setenv is not safe against a watcher's getenv).
 inline constexpr const char kChipDefaultSocketPath[] = "/tmp/QMX470_pipe";
 inline constexpr const char kChipSocketEnv[] = "WAPIWPS_SECURECHIP_SOCKET";
 // Names used on Windows, exactly as the service publishes them.
