@@ -113,7 +113,8 @@ struct Outcome {
 enum class Status {
     Continue,   // frames to send are in `out`; wait for the next frame
     Finished,   // EAP-Failure sent: the exchange is over
-    Refused,    // the frame was refused; see last_error()
+    Refused,    // the frame was refused; see last_error(). Nothing is sent and the registrar
+                // still waits for the frame it expected.
 };
 
 class Registrar {
