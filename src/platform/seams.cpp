@@ -8,10 +8,10 @@
 namespace platform {
 namespace {
 
-std::atomic<time_fn> g_time_override{nullptr};
-std::atomic<file_time_fn> g_file_time_override{nullptr};
-std::atomic<srand_fn> g_srand_override{nullptr};
-std::atomic<rand_fn> g_rand_override{nullptr};
+constinit std::atomic<time_fn> g_time_override{nullptr};
+constinit std::atomic<file_time_fn> g_file_time_override{nullptr};
+constinit std::atomic<srand_fn> g_srand_override{nullptr};
+constinit std::atomic<rand_fn> g_rand_override{nullptr};
 
 }  // namespace
 

@@ -2,7 +2,8 @@
 // buffer and handed to the host's callback, or to the sink named by WAPIWPS_TRACE, or dropped.
 //
 // Safe before main and from the secure-chip watcher thread: the state is a handful of atomics
-// with constant initialisation (no constructor runs), and a line never touches the heap.
+// with constant initialisation (constinit: no constructor runs), and a line never touches the
+// heap.
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -28,12 +29,12 @@ enum EnvSink : int {
 constexpr char kTruncatedTail[] = "...\r\n";
 constexpr size_t kHexBytesPerLine = 32;
 
-std::atomic<trace_callback_fn> g_trace_callback{nullptr};
-std::atomic<void*> g_trace_context{nullptr};
-std::atomic<bool> g_trace_callback_secrets{false};
-std::atomic<int> g_env_sink{kEnvUnread};
-std::atomic<bool> g_env_secrets{false};
-std::atomic<FILE*> g_trace_file{nullptr};
+constinit std::atomic<trace_callback_fn> g_trace_callback{nullptr};
+constinit std::atomic<void*> g_trace_context{nullptr};
+constinit std::atomic<bool> g_trace_callback_secrets{false};
+constinit std::atomic<int> g_env_sink{kEnvUnread};
+constinit std::atomic<bool> g_env_secrets{false};
+constinit std::atomic<FILE*> g_trace_file{nullptr};
 
 bool env_is(const char* value, const char* expected) {
     return value != nullptr && std::strcmp(value, expected) == 0;
