@@ -135,7 +135,7 @@ bool Session::prepare_keys() {
     std::string first = pin.substr(0, first_len), second = pin.substr(first_len);
     if (config.fault.kind == Fault::Kind::WrongPin) {
         std::string& half = config.fault.value == 1 ? second : first;
-        if (half.empty()) half = "x";
+        if (half.empty()) half.push_back('x');
         else half[0] = static_cast<char>(half[0] ^ 0x01);
     }
     auto psk_of = [&](const std::string& half) {
