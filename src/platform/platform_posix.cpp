@@ -13,9 +13,13 @@ namespace platform::detail {
 
 // No debugger channel exists here: "debug" means standard error, marked so that it can be told
 // apart from a program's own output.
-void debug_output(const char* line) { std::fprintf(stderr, "wapiwps[debug]: %s", line); }
+void debug_output(const char* line) {
+    std::fprintf(stderr, "wapiwps[debug]: %s", line);
+}
 
-int64_t os_time_seconds() { return static_cast<int64_t>(::time(nullptr)); }
+int64_t os_time_seconds() {
+    return static_cast<int64_t>(::time(nullptr));
+}
 
 uint64_t os_file_time() {
     struct timespec now {};
@@ -24,8 +28,12 @@ uint64_t os_file_time() {
     return seconds * kFileTimeUnitsPerSecond + static_cast<uint64_t>(now.tv_nsec) / 100;
 }
 
-void os_srand(uint32_t seed) { std::srand(seed); }
-int os_rand() { return std::rand(); }
+void os_srand(uint32_t seed) {
+    std::srand(seed);
+}
+int os_rand() {
+    return std::rand();
+}
 
 namespace {
 

@@ -10,9 +10,13 @@
 
 namespace platform::detail {
 
-void debug_output(const char* line) { ::OutputDebugStringA(line); }
+void debug_output(const char* line) {
+    ::OutputDebugStringA(line);
+}
 
-int64_t os_time_seconds() { return static_cast<int64_t>(::_time64(nullptr)); }
+int64_t os_time_seconds() {
+    return static_cast<int64_t>(::_time64(nullptr));
+}
 
 uint64_t os_file_time() {
     SYSTEMTIME now;
@@ -22,8 +26,12 @@ uint64_t os_file_time() {
     return (static_cast<uint64_t>(file_time.dwHighDateTime) << 32) | file_time.dwLowDateTime;
 }
 
-void os_srand(uint32_t seed) { std::srand(seed); }
-int os_rand() { return std::rand(); }
+void os_srand(uint32_t seed) {
+    std::srand(seed);
+}
+int os_rand() {
+    return std::rand();
+}
 
 }  // namespace platform::detail
 
@@ -55,8 +63,12 @@ size_t utf16_to_utf8(const uint16_t* text, char* out, size_t out_cap) {
     return written;
 }
 
-uint32_t os_version() { return static_cast<uint32_t>(::GetVersion()); }
+uint32_t os_version() {
+    return static_cast<uint32_t>(::GetVersion());
+}
 
-void sleep_ms(uint32_t ms) { ::Sleep(ms); }
+void sleep_ms(uint32_t ms) {
+    ::Sleep(ms);
+}
 
 }  // namespace platform

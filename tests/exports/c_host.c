@@ -9,12 +9,12 @@ static int g_failures = 0;
 static int g_start_success_lines = 0;
 static int g_lines = 0;
 
-#define CHECK(cond)                                                    \
-    do {                                                               \
-        if (!(cond)) {                                                 \
+#define CHECK(cond)                                                                  \
+    do {                                                                             \
+        if (!(cond)) {                                                               \
             fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            ++g_failures;                                              \
-        }                                                              \
+            ++g_failures;                                                            \
+        }                                                                            \
     } while (0)
 
 static void on_trace(void* context, const char* line) {
@@ -47,8 +47,8 @@ int main(void) {
     CHECK(out[0] == 0xA5);
 
     /* A real start in MAC mode: the 12-byte prefixed EAPOL-Start. */
-    CHECK(StartWPS(local_mac, WAPIWPS_ADDRESS_MAC, WAPIWPS_MODE_WAPI_PSK, peer_mac, "12345670",
-                   out, &out_len) == 1);
+    CHECK(StartWPS(local_mac, WAPIWPS_ADDRESS_MAC, WAPIWPS_MODE_WAPI_PSK, peer_mac, "12345670", out,
+                   &out_len) == 1);
     CHECK(out_len == sizeof(expected_start));
     CHECK(memcmp(out, expected_start, sizeof(expected_start)) == 0);
     CHECK(g_start_success_lines == 1);

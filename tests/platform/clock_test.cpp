@@ -9,8 +9,12 @@
 
 namespace {
 
-int64_t fixed_now() { return 1700000000; }
-uint64_t fixed_file_now() { return 0x01D9F0A1B2C3D4E5ULL; }
+int64_t fixed_now() {
+    return 1700000000;
+}
+uint64_t fixed_file_now() {
+    return 0x01D9F0A1B2C3D4E5ULL;
+}
 
 uint32_t g_seed = 0;
 int g_next = 0;
@@ -18,10 +22,12 @@ void fake_srand(uint32_t seed) {
     g_seed = seed;
     g_next = 0;
 }
-int fake_rand() { return static_cast<int>(g_seed & 0xFF) + g_next++; }
+int fake_rand() {
+    return static_cast<int>(g_seed & 0xFF) + g_next++;
+}
 
 class Seams : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override {
         platform::set_time_source(nullptr, nullptr);
         platform::set_generator(nullptr, nullptr);

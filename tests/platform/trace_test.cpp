@@ -40,7 +40,7 @@ void collect(void* context, const char* line) {
 }
 
 class TraceRouting : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { reset(); }
     void TearDown() override { reset(); }
     static void reset() {
