@@ -9,10 +9,7 @@ BUILD_TYPE ?= Debug
 FUZZ_SECONDS ?= 60
 export JOBS BUILD_TYPE
 
-CMAKE_LINUX = cmake -G Ninja -S . -B build/linux -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
-	-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++
-
-.PHONY: all deps test test-linux test-asan test-windows demo bench fuzz clean
+.PHONY: all deps test test-linux test-asan test-tsan test-windows demo bench fuzz clean
 
 all: demo
 
@@ -22,13 +19,15 @@ deps:
 test: deps
 	scripts/test-all.sh
 
-test-linux test-asan test-windows: deps
+test-linux test-asan test-tsan test-windows: deps
 	CONFIGS=$(@:test-%=%) scripts/test-all.sh
 
+# The demo has its own build folder without tests, so a fresh machine needs only a few packages.
 demo:
-	$(CMAKE_LINUX) >/dev/null
-	ninja -C build/linux -j$(JOBS) wapiwps_cli
-	build/linux/bin/wapiwps demo
+	scripts/install-deps.sh demo
+	cmake -G Ninja -S . -B build/demo -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_TESTS=OFF >/dev/null
+	ninja -C build/demo -j$(JOBS) wapiwps_cli
+	build/demo/bin/wapiwps demo
 
 bench:
 	cmake -G Ninja -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_BENCH=ON \

@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Installs the Debian 12 packages the build and the tests need, only those that are missing.
 # Runs apt-get as root (directly, or through sudo when available).
+#   scripts/install-deps.sh        everything `make test` needs
+#   scripts/install-deps.sh demo   only what `make demo` needs (no Windows toolchain, no Wine)
 set -euo pipefail
 
-packages=(
+demo_packages=(cmake ninja-build make g++ libgcrypt20-dev libpcap-dev)
+all_packages=(
     cmake ninja-build make g++ clang libclang-rt-14-dev   # compilers; ASan, UBSan, libFuzzer
     libgtest-dev googletest libbenchmark-dev               # GoogleTest (also its sources), benchmarks
     libgcrypt20-dev libssl-dev libpcap-dev                 # ZEV stand-in, registrar, tools
@@ -11,6 +14,11 @@ packages=(
     wine64 wine                                            # Windows test programs
     tshark iproute2                                        # capture dissection, demo networking
 )
+if [ "${1:-}" = demo ]; then
+    packages=("${demo_packages[@]}")
+else
+    packages=("${all_packages[@]}")
+fi
 
 missing=()
 for pkg in "${packages[@]}"; do

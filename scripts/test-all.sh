@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# The whole test run: every configuration in turn (g++, clang with ASan+UBSan, mingw-w64 under
-# Wine), then one summary line per configuration and the totals. Fails if anything failed.
+# The whole test run: every configuration in turn (g++, clang with ASan+UBSan, clang with TSan for
+# the secure-chip client, mingw-w64 under Wine), then one summary line per configuration and the totals. Fails if anything failed.
 set -uo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
-configs=(${CONFIGS:-linux asan windows})
+configs=(${CONFIGS:-linux asan tsan windows})
 start=$(date +%s)
 for c in "${configs[@]}"; do
     "$root/scripts/test-config.sh" "$c"

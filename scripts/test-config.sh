@@ -2,7 +2,8 @@
 # Configures, builds and tests one configuration, then writes "<passed> <failed>" to
 # build/<name>.result. A configuration that does not configure counts as one failed test; a
 # build error still runs CTest, so tests whose programs are missing count as failed.
-#   scripts/test-config.sh linux|asan|windows
+#   scripts/test-config.sh linux|asan|tsan|windows
+# tsan builds and runs only the secure-chip client's tests: the one place with a thread of its own.
 set -uo pipefail
 
 name=$1
@@ -10,6 +11,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build/$name"
 result="$root/build/$name.result"
 jobs=${JOBS:-2}
+targets=()    # empty: everything
+selection=()  # empty: every test
 build_type=${BUILD_TYPE:-Debug}
 mkdir -p "$root/build"
 echo "0 1" >"$result"  # until proven otherwise: one failure
@@ -17,6 +20,9 @@ echo "0 1" >"$result"  # until proven otherwise: one failure
 case "$name" in
     linux) config=(-DCMAKE_C_COMPILER=gcc -DCMAKE_CXX_COMPILER=g++) ;;
     asan) config=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DWAPIWPS_SANITIZE=ON) ;;
+    tsan) config=(-DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DWAPIWPS_TSAN=ON)
+          targets=(securechip_tests)
+          selection=(-R '^securechip_tests$') ;;
     windows) config=(-DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64.cmake") ;;
     *) echo "unknown configuration $name" >&2; exit 2 ;;
 esac
@@ -30,7 +36,7 @@ if ! cmake -G Ninja -S "$root" -B "$build" -DCMAKE_BUILD_TYPE="$build_type" "${c
 fi
 
 echo "==== [$name] build"
-if ! ninja -C "$build" -j"$jobs" -k 0 >"$build.build.log" 2>&1; then
+if ! ninja -C "$build" -j"$jobs" -k 0 "${targets[@]}" >"$build.build.log" 2>&1; then
     grep -E -B2 -A12 'FAILED:|error:' "$build.build.log" | head -150
     echo "==== [$name] build FAILED (see $build.build.log); testing what was built"
 fi
@@ -38,7 +44,9 @@ fi
 echo "==== [$name] test"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=0:strict_string_checks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-(cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 600) 2>&1 | tee "$build.ctest.log"
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+(cd "$build" && ctest -j"$jobs" --output-on-failure --timeout 600 "${selection[@]}") 2>&1 |
+    tee "$build.ctest.log"
 
 # "100% tests passed, 0 tests failed out of 42"
 summary=$(grep -E 'tests passed, [0-9]+ tests? failed out of [0-9]+' "$build.ctest.log" | tail -1)
