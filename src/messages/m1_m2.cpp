@@ -106,12 +106,6 @@ constexpr uint8_t kCertModeSign = 1;
 constexpr uint8_t kCertModeRequest = 2;
 constexpr size_t kM2ValueLen = 1024;
 
-void trace_m2_failure(int32_t code, const char* own_line) {
-    if (own_line != nullptr)
-        trace("%s", own_line);
-    else
-        trace("Unpack M2 error, error code is %d.\r\n", static_cast<int>(code));
-}
 
 StepResult store_registrar_nonce(ParseState& s) {
     std::memcpy(g_RegistrarKeys.Nonce, s.value.data(), kNonceLen);
@@ -126,11 +120,6 @@ StepResult store_public_keys(ParseState& s) {
     std::memcpy(g_RegistrarKeys.TempPublicKey, s.value.data() + kSm2PublicKeyLen, kSm2PublicKeyLen);
     return kStepPassed;
 }
-StepResult store_authenticator(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(),
-                sizeof(g_RegistrarKeys.Authenticator));
-    return kStepPassed;
-}
 StepResult agree_key(ParseState&) {
     trace("Start ComputerExchangeKey.\r\n");
     if (ComputerExchangeKey() != 0)
@@ -141,12 +130,6 @@ StepResult derive_session_keys(ParseState&) {
     trace("Start GenerateSessionKeys.\r\n");
     GenerateSessionKeys(g_EnrolleeKeys, g_RegistrarKeys, g_MyMsgInfo.LocalAddress, true);
     trace("GenerateSessionKeys success.\r\n");
-    return kStepPassed;
-}
-StepResult check_authenticator(ParseState& s) {
-    // The Authenticator is taken to be the last 12 bytes of the body; its position is not searched.
-    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
-        return {kErrM2AuthCheck, nullptr};
     return kStepPassed;
 }
 StepResult note_peer_cert_flag(ParseState& s) {
@@ -183,10 +166,10 @@ constexpr TlvStep kM2Steps[] = {
     {ATTR_REGISTRAR_NONCE,        TlvRule::kExact,  16,    nullptr,             kErrM2RegistrarNonce, store_registrar_nonce},
     {ATTR_UUID_R,                 TlvRule::kExact,  16,    nullptr,             kErrM2UuidR,          store_uuid_r},
     {ATTR_PUBLIC_KEY,             TlvRule::kExact,  128,   nullptr,             kErrM2PublicKey,      store_public_keys},
-    {ATTR_AUTHENTICATOR,          TlvRule::kExact,  8,     nullptr,             kErrM2Authenticator,  store_authenticator},
+    {ATTR_AUTHENTICATOR,          TlvRule::kExact,  8,     nullptr,             kErrM2Authenticator,  store_registrar_authenticator},
     {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2KeyAgreement,   agree_key},
     {0,                           TlvRule::kStep,   0,     nullptr,             0,                    derive_session_keys},
-    {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2AuthCheck,      check_authenticator},
+    {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2AuthCheck,      check_registrar_authenticator},
     {ATTR_VERSION,                TlvRule::kExact,  1,     nullptr,             kErrM2Version,        nullptr},
     {ATTR_MSG_TYPE,               TlvRule::kExact,  1,     kM2MsgType,          kErrM2MsgType,        nullptr},
     {ATTR_ENROLLEE_NONCE,         TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM2EnrolleeNonce, nullptr},
@@ -264,7 +247,7 @@ bool BuildMessageM1(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM2(std::span<const uint8_t> readable, int32_t length) {
     uint8_t value[kM2ValueLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(value, sizeof(value)), 0, 0};
-    const int32_t code = run_tlv_steps(kM2Steps, state, trace_m2_failure);
+    const int32_t code = run_tlv_steps(kM2Steps, state, "M2");
     if (code != 0) return code;
     keep_as_previous_message(readable, length);
     return 0;

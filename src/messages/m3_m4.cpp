@@ -39,23 +39,7 @@ constexpr int32_t kErrM4RHash1Check = -52;
 
 constexpr uint8_t kM4MsgType[1] = {WPS_MSG_TYPE_M4};
 
-void trace_m4_failure(int32_t code, const char* own_line) {
-    if (own_line != nullptr)
-        trace("%s", own_line);
-    else
-        trace("Unpack M4 error, error code is %d.\r\n", static_cast<int>(code));
-}
 
-StepResult store_authenticator(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), kAuthenticatorLen);
-    return kStepPassed;
-}
-StepResult check_authenticator(ParseState& s) {
-    // The Authenticator must be the last attribute: its position is not searched.
-    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
-        return {kErrM4AuthCheck, nullptr};
-    return kStepPassed;
-}
 StepResult store_r_hash1(ParseState& s) {
     std::memcpy(g_RegistrarKeys.Hash1, s.value.data(), kHashLen);
     return kStepPassed;
@@ -66,8 +50,7 @@ StepResult store_r_hash2(ParseState& s) {
 }
 StepResult open_settings(ParseState& s) {
     // The padding is left in place: M4 does not examine it.
-    s.decrypted_len = 0;
-    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
+    open_registrar_settings(s);
     trace("DecryptMessage success  outlen = %d.\r\n", static_cast<int>(s.decrypted_len));
     return kStepPassed;
 }
@@ -94,8 +77,8 @@ StepResult check_r_hash1(ParseState& s) {
 // clang-format off
 constexpr TlvStep kM4Steps[] = {
     // attribute            rule              width  equals                code                 then
-    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM4Authenticator, store_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4AuthCheck,     check_authenticator},
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM4Authenticator, store_registrar_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4AuthCheck,     check_registrar_authenticator},
     {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM4Version,       nullptr},
     {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM4MsgType,           kErrM4MsgType,       nullptr},
     {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM4EnrolleeNonce, nullptr},
@@ -136,7 +119,7 @@ bool BuildMessageM3(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM4(std::span<const uint8_t> readable, int32_t length) {
     uint8_t work[kWorkLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
-    const int32_t code = run_tlv_steps(kM4Steps, state, trace_m4_failure);
+    const int32_t code = run_tlv_steps(kM4Steps, state, "M4");
     secure_wipe(work, sizeof(work));
     if (code != 0) return code;
     keep_as_previous_message(readable, length);

@@ -49,27 +49,7 @@ constexpr int32_t kErrM6RHash2Check = -60;
 
 constexpr uint8_t kM6MsgType[1] = {WPS_MSG_TYPE_M6};
 
-void trace_m6_failure(int32_t code, const char* own_line) {
-    if (own_line != nullptr)
-        trace("%s", own_line);
-    else
-        trace("Unpack M6 error, error code is %d.\r\n", static_cast<int>(code));
-}
 
-StepResult store_authenticator(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), kAuthenticatorLen);
-    return kStepPassed;
-}
-StepResult check_authenticator(ParseState& s) {
-    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
-        return {kErrM6AuthCheck, nullptr};
-    return kStepPassed;
-}
-StepResult open_settings(ParseState& s) {
-    s.decrypted_len = 0;
-    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
-    return kStepPassed;
-}
 StepResult check_key_wrap_auth(ParseState& s) {
     // A padding value of 0 removes nothing. Settings too short for the nonce and the Key Wrap
     // Authenticator once the padding is gone fail this step.
@@ -95,12 +75,12 @@ StepResult check_r_hash2(ParseState& s) {
 // clang-format off
 constexpr TlvStep kM6Steps[] = {
     // attribute            rule              width  equals                code                 then
-    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM6Authenticator, store_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6AuthCheck,     check_authenticator},
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM6Authenticator, store_registrar_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6AuthCheck,     check_registrar_authenticator},
     {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM6Version,       nullptr},
     {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM6MsgType,           kErrM6MsgType,       nullptr},
     {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM6EnrolleeNonce, nullptr},
-    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM6EncrSettings,  open_settings},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM6EncrSettings,  open_registrar_settings},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_value},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_bytes},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_key_wrap_auth},
@@ -150,7 +130,7 @@ bool BuildMessageM5(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM6(std::span<const uint8_t> readable, int32_t length) {
     uint8_t work[kWorkLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
-    const int32_t code = run_tlv_steps(kM6Steps, state, trace_m6_failure);
+    const int32_t code = run_tlv_steps(kM6Steps, state, "M6");
     secure_wipe(work, sizeof(work));
     if (code != 0) return code;
     keep_as_previous_message(readable, length);

@@ -41,12 +41,6 @@ constexpr size_t kHexKeyAreaLen = 32;
 uint8_t g_Credential[kAreaLen];
 uint16_t g_CredentialLength;
 
-void trace_m8_failure(int32_t code, const char* own_line) {
-    if (own_line != nullptr)
-        trace("%s", own_line);
-    else
-        trace("Unpack M8 error, error code is %d.\r\n", code);
-}
 
 std::span<const uint8_t> opened(const ParseState& s) {
     return std::span<const uint8_t>(s.value.data(), s.value.size());
@@ -56,18 +50,8 @@ std::span<const uint8_t> credential() {
 }
 
 StepResult store_authenticator(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(), 8);
+    store_registrar_authenticator(s);
     trace("Unpack M8 g_phSessionHandle1=%x.\r\n", session_handle_trace());
-    return kStepPassed;
-}
-StepResult check_authenticator(ParseState& s) {
-    if (!VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator))
-        return {kErrM8AuthenticatorCheck, nullptr};
-    return kStepPassed;
-}
-StepResult open_settings(ParseState& s) {
-    s.decrypted_len = 0;
-    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
     return kStepPassed;
 }
 
@@ -185,11 +169,11 @@ StepResult store_credential(ParseState& s) {
 constexpr TlvStep kM8Steps[] = {
     // attribute            rule              width  equals                code                      then
     {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM8Authenticator,      store_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8AuthenticatorCheck, check_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8AuthenticatorCheck, check_registrar_authenticator},
     {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM8Version,            nullptr},
     {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM8MsgType,           kErrM8MessageType,        nullptr},
     {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM8EnrolleeNonce,      nullptr},
-    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM8EncryptedSettings,  open_settings},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM8EncryptedSettings,  open_registrar_settings},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8Padding,            check_pad_value},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8Padding,            check_pad_bytes},
     {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8KeyWrapAuth,        check_key_wrap_auth},
@@ -208,7 +192,7 @@ int32_t UnpackMessageM8(std::span<const uint8_t> readable, int32_t length) {
     std::memset(g_Credential, 0, sizeof g_Credential);
     trace("Unpack M8 g_phSessionHandle0=%x.\r\n", session_handle_trace());
     ParseState state{readable, length, std::span<uint8_t>(value, sizeof value), 0, 0};
-    const int32_t code = run_tlv_steps(kM8Steps, state, trace_m8_failure);
+    const int32_t code = run_tlv_steps(kM8Steps, state, "M8");
     secure_wipe(value, sizeof value);
     secure_wipe(g_Credential, sizeof g_Credential);
     return code;

@@ -2,12 +2,15 @@
 // const table in protocol order and runs it here; the first failing step is the result.
 #pragma once
 
+#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <span>
 
 #include "api/context.h"
+#include "crypto/crypto.h"
 #include "messages/messages.h"
+#include "platform/platform.h"
 
 enum class TlvRule : uint8_t {
     kStep,    // not an attribute check: only `then` runs
@@ -31,6 +34,9 @@ struct StepResult {
     const char* line;
 };
 constexpr StepResult kStepPassed{0, nullptr};
+// A step that fails with the code of its own table row.
+constexpr int32_t kCodeOfRow = INT32_MIN;
+constexpr StepResult kStepFailed{kCodeOfRow, nullptr};
 
 struct TlvStep {
     uint16_t type;
@@ -41,10 +47,17 @@ struct TlvStep {
     StepResult (*then)(ParseState& state);  // runs after the attribute check passed, or alone
 };
 
-// Runs the steps in order. A failure is traced by trace_failure (with the step's own line when it
-// supplied one) and its code returned.
+// Runs the steps in order. A failure traces "Unpack <message> error, error code is <code>."
+// (or the step's own line when it supplied one) and returns its code.
 inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state,
-                             void (*trace_failure)(int32_t code, const char* own_line)) {
+                             const char* message) {
+    auto fail = [message](int32_t code, const char* own_line) {
+        if (own_line != nullptr)
+            trace("%s", own_line);
+        else
+            trace("Unpack %s error, error code is %d.\r\n", message, static_cast<int>(code));
+        return code;
+    };
     for (const TlvStep& step : steps) {
         if (step.rule != TlvRule::kStep) {
             state.value_len = 0;
@@ -55,20 +68,35 @@ inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state,
             if (ok && step.rule == TlvRule::kAtMost) ok = state.value_len <= step.width;
             if (ok && step.equals != nullptr)
                 ok = std::memcmp(state.value.data(), step.equals, step.width) == 0;
-            if (!ok) {
-                trace_failure(step.code, nullptr);
-                return step.code;
-            }
+            if (!ok) return fail(step.code, nullptr);
         }
         if (step.then != nullptr) {
             const StepResult result = step.then(state);
-            if (result.code != 0) {
-                trace_failure(result.code, result.line);
-                return result.code;
-            }
+            if (result.code != 0)
+                return fail(result.code == kCodeOfRow ? step.code : result.code, result.line);
         }
     }
     return 0;
+}
+
+// ---- Steps shared by the parsers of the registrar's messages ------------------------------
+inline StepResult store_registrar_authenticator(ParseState& s) {
+    std::memcpy(g_RegistrarKeys.Authenticator, s.value.data(),
+                sizeof(g_RegistrarKeys.Authenticator));
+    return kStepPassed;
+}
+
+// The Authenticator is taken to be the last 12 bytes of the body: its position is not searched.
+inline StepResult check_registrar_authenticator(ParseState& s) {
+    return VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator) ? kStepPassed
+                                                                                     : kStepFailed;
+}
+
+// Opens the Encrypted Settings value in place in the value buffer.
+inline StepResult open_registrar_settings(ParseState& s) {
+    s.decrypted_len = 0;
+    DecryptMessage(s.value, s.value_len, &s.decrypted_len);
+    return kStepPassed;
 }
 
 // Keeps an accepted body as the previous message for the next Authenticator. Parsers call it
