@@ -8,7 +8,7 @@
 #include "common/bytes.h"
 #include "crypto/crypto.h"
 #include "crypto_test_util.h"
-#include "zev/json_lite.h"
+#include "common/json_lite.h"
 
 namespace {
 
@@ -56,14 +56,14 @@ protected:
 };
 
 TEST(HmacSm3, PublishedVectors) {
-    const auto doc = zevtest::load_vectors("hmac_sm3.json");
+    const auto doc = testjson::load_vectors("hmac_sm3.json");
     ASSERT_TRUE(doc.has_value());
     size_t n = 0;
     for (const auto& v : doc->find("vectors")->items) {
-        const Bytes key = *zevtest::from_hex(v.find("key_hex")->text);
+        const Bytes key = *testjson::from_hex(v.find("key_hex")->text);
         Bytes msg;
         if (v.find("msg_hex")->is_string()) {
-            msg = *zevtest::from_hex(v.find("msg_hex")->text);
+            msg = *testjson::from_hex(v.find("msg_hex")->text);
         } else {  // "bytes 00..FF repeated": the whole 4096-byte scratch
             msg.resize(std::stoul(v.find("msg_len")->text));
             for (size_t i = 0; i < msg.size(); ++i) msg[i] = static_cast<uint8_t>(i);
@@ -71,7 +71,7 @@ TEST(HmacSm3, PublishedVectors) {
         uint8_t out[32];
         HmacSHA256(key.data(), static_cast<uint32_t>(key.size()), msg.data(),
                    static_cast<uint32_t>(msg.size()), out);
-        EXPECT_EQ(bytes_of(out, 32), *zevtest::from_hex(v.find("mac")->text)) << "vector " << n;
+        EXPECT_EQ(bytes_of(out, 32), *testjson::from_hex(v.find("mac")->text)) << "vector " << n;
         ++n;
     }
     EXPECT_GE(n, 3u);

@@ -4,22 +4,22 @@
 
 #include "crypto/crypto.h"
 #include "crypto_test_util.h"
-#include "zev/json_lite.h"
+#include "common/json_lite.h"
 
 namespace {
 
 using cryptotest::Bytes;
-using zevtest::JsonValue;
+using testjson::JsonValue;
 
 Bytes hex(const JsonValue& v, const char* key) {
     const JsonValue* m = v.find(key);
     if (m == nullptr) return {};
-    auto b = zevtest::from_hex(m->text);
+    auto b = testjson::from_hex(m->text);
     return b ? *b : Bytes{};
 }
 
 const JsonValue& sm4_vectors() {
-    static const JsonValue doc = *zevtest::load_vectors("sm4.json");
+    static const JsonValue doc = *testjson::load_vectors("sm4.json");
     return doc;
 }
 

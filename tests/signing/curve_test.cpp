@@ -38,7 +38,7 @@ TEST(FixedBaseTable, MatchesTheVectorsFile) {
     const auto& entries = vectors("wapi192_fixed_base_table.json")["entries"].items;
     ASSERT_EQ(entries.size(), kFixedBaseEntries);
     for (const auto& e : entries) {
-        const size_t i = static_cast<size_t>(e["i"].number);
+        const size_t i = static_cast<size_t>(e["i"].number());
         ASSERT_LT(i, kFixedBaseEntries);
         EXPECT_EQ(to_hex(fixed_base_table_entry(i), kFixedBaseEntryBytes),
                   e["stored_48_bytes_le_limbs"].str())

@@ -16,7 +16,7 @@ namespace {
 
 // Builds a vector's message from msg_ascii, msg_hex, or a rule of the form "<count> x '<c>'"
 // (also "1,000,000 x 'a'").
-std::vector<uint8_t> vector_message(const json_lite::Value& v) {
+std::vector<uint8_t> vector_message(const testjson::JsonValue& v) {
     if (v.has("msg_ascii"))
         return std::vector<uint8_t>(v["msg_ascii"].str().begin(), v["msg_ascii"].str().end());
     if (v.has("msg_hex")) return from_hex(v["msg_hex"].str());
@@ -42,7 +42,7 @@ TEST(Sha256, PublishedVectors) {
     bool saw_million = false, saw55 = false, saw56 = false, saw64 = false;
     for (const auto& v : list) {
         const std::vector<uint8_t> m = vector_message(v);
-        ASSERT_EQ(m.size(), static_cast<size_t>(v["len"].number)) << v["source"].str();
+        ASSERT_EQ(m.size(), static_cast<size_t>(v["len"].number())) << v["source"].str();
         EXPECT_EQ(digest_hex(m), v["digest"].str())
             << "len " << m.size() << ", " << v["source"].str();
         saw_million |= m.size() == 1000000;

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <map>
+#include <optional>
 
 #include "platform/platform.h"
 
@@ -74,14 +75,13 @@ BigNum random_below(std::mt19937_64& rng, const BigNum& m) {
     return r;
 }
 
-const json_lite::Value& vectors(const char* file) {
-    static std::map<std::string, json_lite::Value> cache;
+const testjson::JsonValue& vectors(const char* file) {
+    static std::map<std::string, testjson::JsonValue> cache;
     auto it = cache.find(file);
     if (it != cache.end()) return it->second;
-    bool ok = false;
-    json_lite::Value v = json_lite::load_file(std::string(WAPIWPS_VECTORS_DIR) + "/" + file, &ok);
-    EXPECT_TRUE(ok) << "cannot read " << file;
-    return cache[file] = std::move(v);
+    std::optional<testjson::JsonValue> v = testjson::load_vectors(file);
+    EXPECT_TRUE(v.has_value()) << "cannot read " << file;
+    return cache[file] = v.value_or(testjson::JsonValue{});
 }
 
 void gcrypt_init() {

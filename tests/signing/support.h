@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "json_lite.h"
+#include "common/json_lite.h"
 #include "signing/bignum.h"
 #include "signing/curve192.h"
 
@@ -48,7 +48,7 @@ BigNum random_bn(std::mt19937_64& rng, int32_t limbs);
 BigNum random_below(std::mt19937_64& rng, const BigNum& m);
 
 // Vector files, loaded once.
-const json_lite::Value& vectors(const char* file);
+const testjson::JsonValue& vectors(const char* file);
 
 // libgcrypt, initialised once.
 void gcrypt_init();

@@ -10,9 +10,13 @@
 #include <vector>
 
 #include "zev.h"
-#include "zev/json_lite.h"
+#include "common/json_lite.h"
 
 namespace zevtest {
+
+using testjson::from_hex;
+using testjson::JsonValue;
+using testjson::load_vectors;
 
 constexpr char kRecommendedCurve[] = "sm2p256v1 (GB/T 32918.5 recommended curve)";
 constexpr char kExampleCurve[] = "SM2 standard example Fp-256 curve (GM/T 0003 Annex A)";

@@ -1,10 +1,11 @@
 // The small JSON reader of the ZEV tests.
-#include "zev/json_lite.h"
+#include "common/json_lite.h"
 
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
-namespace zevtest {
+namespace testjson {
 namespace {
 
 class Parser {
@@ -173,6 +174,14 @@ std::optional<JsonValue> parse_json(const std::string& text) {
     return Parser(text).document();
 }
 
+const JsonValue& JsonValue::operator[](const std::string& key) const {
+    static const JsonValue missing;
+    const JsonValue* found = find(key);
+    return found != nullptr ? *found : missing;
+}
+
+double JsonValue::number() const { return kind == Kind::kNumber ? std::strtod(text.c_str(), nullptr) : 0; }
+
 std::optional<JsonValue> load_vectors(const std::string& name) {
     std::ifstream in(std::string(WAPIWPS_VECTORS_DIR) + "/" + name, std::ios::binary);
     if (!in) return std::nullopt;
@@ -193,4 +202,4 @@ std::optional<std::vector<uint8_t>> from_hex(const std::string& hex) {
     return out;
 }
 
-}  // namespace zevtest
+}  // namespace testjson

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace zevtest {
+namespace testjson {
 
 struct JsonValue {
     enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
@@ -21,6 +21,11 @@ struct JsonValue {
     // The member named key of an object, or nullptr (also for a non-object).
     const JsonValue* find(const std::string& key) const;
     bool is_string() const { return kind == Kind::kString; }
+    // Reference-style access: a missing member reads as a null value.
+    const JsonValue& operator[](const std::string& key) const;
+    bool has(const std::string& key) const { return find(key) != nullptr; }
+    const std::string& str() const { return text; }
+    double number() const;  // a number's value; 0 for anything else
 };
 
 // Parses a whole document; nullopt on a syntax error or trailing text.
@@ -32,4 +37,4 @@ std::optional<JsonValue> load_vectors(const std::string& name);
 // Hex text (either case, even length) to bytes; nullopt on anything else.
 std::optional<std::vector<uint8_t>> from_hex(const std::string& hex);
 
-}  // namespace zevtest
+}  // namespace testjson
