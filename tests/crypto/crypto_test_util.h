@@ -9,60 +9,22 @@
 #include <string>
 #include <vector>
 
+#include "common/reference.h"
 #include "platform/platform.h"
 
 namespace cryptotest {
 
-using Bytes = std::vector<uint8_t>;
+using ref::Bytes;
+using ref::bytes_of;
+using ref::cat;
+using ref::init_gcrypt;
+using ref::TraceCapture;
 
-inline void init_gcrypt() {
-    static bool done = false;
-    if (!done) {
-        gcry_check_version(nullptr);
-        gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
-        done = true;
-    }
-}
 
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
 
-inline Bytes bytes_of(const uint8_t* p, size_t n) { return Bytes(p, p + n); }
 
-inline Bytes ref_sm3(const Bytes& data) {
-    init_gcrypt();
-    Bytes out(32);
-    gcry_md_hash_buffer(GCRY_MD_SM3, out.data(), data.data(), data.size());
-    return out;
-}
 
-inline Bytes ref_hmac_sm3(const Bytes& key, const Bytes& data) {
-    init_gcrypt();
-    gcry_mac_hd_t h;
-    gcry_mac_open(&h, GCRY_MAC_HMAC_SM3, 0, nullptr);
-    gcry_mac_setkey(h, key.data(), key.size());
-    gcry_mac_write(h, data.data(), data.size());
-    Bytes out(32);
-    size_t len = out.size();
-    gcry_mac_read(h, out.data(), &len);
-    gcry_mac_close(h);
-    return out;
-}
 
-inline Bytes ref_sm4_ofb(const Bytes& key, const Bytes& iv, const Bytes& in) {
-    init_gcrypt();
-    gcry_cipher_hd_t h;
-    gcry_cipher_open(&h, GCRY_CIPHER_SM4, GCRY_CIPHER_MODE_OFB, 0);
-    gcry_cipher_setkey(h, key.data(), key.size());
-    gcry_cipher_setiv(h, iv.data(), iv.size());
-    Bytes out(in.size());
-    if (!in.empty()) gcry_cipher_encrypt(h, out.data(), out.size(), in.data(), in.size());
-    gcry_cipher_close(h);
-    return out;
-}
 
 inline Bytes random_bytes(size_t n) {
     init_gcrypt();
@@ -112,24 +74,5 @@ struct FakeClock {
     }
 };
 
-// Collects trace lines for the duration of a scope.
-struct TraceCapture {
-    std::vector<std::string> lines;
-    TraceCapture() { trace_set_callback(&TraceCapture::on_line, this, false); }
-    ~TraceCapture() { trace_set_callback(nullptr, nullptr, false); }
-    static void on_line(void* self, const char* line) {
-        static_cast<TraceCapture*>(self)->lines.emplace_back(line);
-    }
-    bool has(const std::string& line) const {
-        for (const auto& l : lines)
-            if (l == line) return true;
-        return false;
-    }
-    size_t count(const std::string& line) const {
-        size_t n = 0;
-        for (const auto& l : lines) n += (l == line);
-        return n;
-    }
-};
 
 }  // namespace cryptotest

@@ -15,7 +15,6 @@ namespace {
 using cryptotest::Bytes;
 using cryptotest::bytes_of;
 using cryptotest::cat;
-using cryptotest::ref_hmac_sm3;
 
 Bytes be32(uint32_t v) {
     Bytes b(4);
@@ -86,8 +85,8 @@ TEST(HmacSm3, MatchesLibgcryptOnRandomInputsThroughBothEntries) {
                    static_cast<uint32_t>(data.size()), out);
         HmacSHA256_16(key.data(), static_cast<uint32_t>(key.size()), data.data(),
                       static_cast<uint16_t>(data.size()), out16);
-        ASSERT_EQ(bytes_of(out, 32), ref_hmac_sm3(key, data)) << "case " << i;
-        ASSERT_EQ(bytes_of(out16, 32), ref_hmac_sm3(key, data));
+        ASSERT_EQ(bytes_of(out, 32), ref::hmac_sm3(key, data)) << "case " << i;
+        ASSERT_EQ(bytes_of(out16, 32), ref::hmac_sm3(key, data));
     }
 }
 
@@ -97,7 +96,7 @@ TEST(HmacSm3, InputLargerThanTheScratchIsRefusedWithAZeroMac) {
     const Bytes too_big(kHmacScratchLen + 1, 0x33);
     uint8_t out[32];
     HmacSHA256(key.data(), 32, fits.data(), static_cast<uint32_t>(fits.size()), out);
-    EXPECT_EQ(bytes_of(out, 32), ref_hmac_sm3(key, fits));
+    EXPECT_EQ(bytes_of(out, 32), ref::hmac_sm3(key, fits));
     std::memset(out, 0xFF, sizeof(out));
     HmacSHA256(key.data(), 32, too_big.data(), static_cast<uint32_t>(too_big.size()), out);
     EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0));
@@ -117,7 +116,7 @@ TEST(HmacSm3, ClosedLibraryCallIsBracketedByItsTraceLines) {
 TEST_F(KeySchedule, DhKeyIsTheSm3OfTheAgreedKey) {
     EXPECT_TRUE(GenerateDHKey(g_EnrolleeKeys));
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.DhKey, 32),
-              cryptotest::ref_sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32)));
+              ref::sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32)));
 }
 
 struct KdkCase {
@@ -138,12 +137,12 @@ TEST_P(KdkAddress, AddressLengthFollowsTheAddressMode) {
     const Bytes input = cat({bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(address, c.expected_address_len),
                              bytes_of(g_RegistrarKeys.Nonce, 16)});
     EXPECT_EQ(input.size(), 32 + c.expected_address_len);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref_hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), input));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref::hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), input));
     // With the enrollee second, the nonces change places.
     ASSERT_TRUE(ComputeKDK(g_EnrolleeKeys, g_RegistrarKeys, address, false));
     const Bytes swapped = cat({bytes_of(g_RegistrarKeys.Nonce, 16), bytes_of(address, c.expected_address_len),
                                bytes_of(g_EnrolleeKeys.Nonce, 16)});
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref_hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), swapped));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), ref::hmac_sm3(bytes_of(g_EnrolleeKeys.DhKey, 32), swapped));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -163,7 +162,7 @@ TEST_F(KeySchedule, ThreeKdfRoundsAndTheKeySplit) {
     for (uint32_t i = 1; i <= 3; ++i) {
         const Bytes input = cat({be32(i), label, be32(640)});
         ASSERT_EQ(input.size(), 44u);
-        const Bytes r = ref_hmac_sm3(kdk, input);
+        const Bytes r = ref::hmac_sm3(kdk, input);
         rounds.insert(rounds.end(), r.begin(), r.end());
     }
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), Bytes(rounds.begin(), rounds.begin() + 32));
@@ -189,13 +188,13 @@ TEST_F(KeySchedule, SessionKeysChainDhKeyKdkAndKdf) {
     g_AddressMode = MAC_ADDRESS;
     uint8_t address[16] = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
     ASSERT_TRUE(GenerateSessionKeys(g_EnrolleeKeys, g_RegistrarKeys, address, true));
-    const Bytes dh = cryptotest::ref_sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32));
-    const Bytes kdk = ref_hmac_sm3(dh, cat({bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(address, 6),
+    const Bytes dh = ref::sm3(bytes_of(g_EnrolleeKeys.SharedSecret, 32));
+    const Bytes kdk = ref::hmac_sm3(dh, cat({bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(address, 6),
                                             bytes_of(g_RegistrarKeys.Nonce, 16)}));
     const Bytes label(KDF_LABEL, KDF_LABEL + 36);
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.DhKey, 32), dh);
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.Kdk, 32), kdk);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), ref_hmac_sm3(kdk, cat({be32(1), label, be32(640)})));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.AuthKey, 32), ref::hmac_sm3(kdk, cat({be32(1), label, be32(640)})));
 }
 
 struct PasswordCase {
@@ -211,8 +210,8 @@ TEST_P(PasswordHalves, EHashesOverTheTwoHalves) {
     std::memcpy(g_MyMsgInfo.DevicePassword, c.password, std::strlen(c.password));
     ComputeEHashes();
     const Bytes pw(c.password, c.password + std::strlen(c.password));
-    const Bytes psk1 = ref_hmac_sm3(auth_key(), Bytes(pw.begin(), pw.begin() + c.first_len));
-    const Bytes psk2 = ref_hmac_sm3(auth_key(), Bytes(pw.begin() + c.first_len, pw.end()));
+    const Bytes psk1 = ref::hmac_sm3(auth_key(), Bytes(pw.begin(), pw.begin() + c.first_len));
+    const Bytes psk2 = ref::hmac_sm3(auth_key(), Bytes(pw.begin() + c.first_len, pw.end()));
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk1, 32), psk1);
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.Psk2, 32), psk2);
     const Bytes pke = bytes_of(g_EnrolleeKeys.PublicKey, 64);
@@ -220,16 +219,16 @@ TEST_P(PasswordHalves, EHashesOverTheTwoHalves) {
     const Bytes in1 = cat({bytes_of(g_EnrolleeKeys.SecretNonce1, 16), Bytes(psk1.begin(), psk1.begin() + 16), pke, pkr});
     const Bytes in2 = cat({bytes_of(g_EnrolleeKeys.SecretNonce2, 16), Bytes(psk2.begin(), psk2.begin() + 16), pke, pkr});
     ASSERT_EQ(in1.size(), 160u);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash1, 32), ref_hmac_sm3(auth_key(), in1));
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash2, 32), ref_hmac_sm3(auth_key(), in2));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash1, 32), ref::hmac_sm3(auth_key(), in1));
+    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash2, 32), ref::hmac_sm3(auth_key(), in2));
 
     // R-Hashes: the registrar's secret nonces with our PSK halves.
     uint8_t r1[32], r2[32];
     ComputeRHash1(r1);
     ComputeRHash2(r2);
-    EXPECT_EQ(bytes_of(r1, 32), ref_hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce1, 16),
+    EXPECT_EQ(bytes_of(r1, 32), ref::hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce1, 16),
                                                                 Bytes(psk1.begin(), psk1.begin() + 16), pke, pkr})));
-    EXPECT_EQ(bytes_of(r2, 32), ref_hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce2, 16),
+    EXPECT_EQ(bytes_of(r2, 32), ref::hmac_sm3(auth_key(), cat({bytes_of(g_RegistrarKeys.SecretNonce2, 16),
                                                                 Bytes(psk2.begin(), psk2.begin() + 16), pke, pkr})));
 }
 
@@ -243,7 +242,7 @@ TEST_F(KeySchedule, AuthenticatorOverPreviousAndCurrentMessages) {
     const Bytes cur = cryptotest::random_bytes(123);
     uint8_t out[32];
     ComputeAuthenticator(g_EnrolleeKeys.AuthKey, prev.data(), 300, cur.data(), 123, out);
-    EXPECT_EQ(bytes_of(out, 32), ref_hmac_sm3(auth_key(), cat({prev, cur})));
+    EXPECT_EQ(bytes_of(out, 32), ref::hmac_sm3(auth_key(), cat({prev, cur})));
     ComputeAuthenticator(g_EnrolleeKeys.AuthKey, prev.data(), 300, cur.data(), -1, out);
     EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0)) << "a negative length yields a zero MAC";
     const Bytes huge(kHmacScratchLen, 1);
@@ -257,7 +256,7 @@ TEST_F(KeySchedule, VerifyAuthenticatorCutsTheLastTwelveBytes) {
     std::memcpy(g_PrevMsgBuf, prev.data(), prev.size());
     g_PrevMsgLen = 200;
     Bytes body = cryptotest::random_bytes(60);
-    const Bytes mac = ref_hmac_sm3(auth_key(), cat({prev, Bytes(body.begin(), body.end() - 12)}));
+    const Bytes mac = ref::hmac_sm3(auth_key(), cat({prev, Bytes(body.begin(), body.end() - 12)}));
     EXPECT_TRUE(VerifyAuthenticator(body, 60, mac.data()));
     EXPECT_FALSE(VerifyAuthenticator(body, 59, mac.data()));
     EXPECT_FALSE(VerifyAuthenticator(std::span<const uint8_t>(body.data(), 59), 60, mac.data()))

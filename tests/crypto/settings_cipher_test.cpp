@@ -41,7 +41,7 @@ TEST_F(SettingsCipher, SealThenOpenEveryLengthUpTo64) {
         const Bytes iv = cryptotest::bytes_of(sealed.data(), 16);
         EXPECT_EQ(iv, cryptotest::bytes_of(g_EnrolleeKeys.LastIv, 16)) << "IV first, kept in LastIv";
         EXPECT_EQ(iv, FakeClock::expected_draw(FakeClock::now));
-        EXPECT_EQ(cryptotest::bytes_of(sealed.data() + 16, len), cryptotest::ref_sm4_ofb(key(), iv, plain));
+        EXPECT_EQ(cryptotest::bytes_of(sealed.data() + 16, len), ref::sm4_ofb(key(), iv, plain));
 
         uint16_t opened_len = 0;
         DecryptMessage(sealed, sealed_len, &opened_len);
@@ -119,7 +119,7 @@ TEST_F(SettingsCipher, LargestValueOpensWhole) {
     std::array<uint8_t, 2048> buffer{};
     const Bytes iv = cryptotest::random_bytes(16);
     const Bytes plain = cryptotest::random_bytes(2032);
-    const Bytes ct = cryptotest::ref_sm4_ofb(key(), iv, plain);
+    const Bytes ct = ref::sm4_ofb(key(), iv, plain);
     std::memcpy(buffer.data(), iv.data(), 16);
     std::memcpy(buffer.data() + 16, ct.data(), ct.size());
     uint16_t opened = 0;

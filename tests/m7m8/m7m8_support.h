@@ -4,15 +4,16 @@
 
 #include <gcrypt.h>
 
-#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "common/reference.h"
+
 namespace m7m8 {
 
-using Bytes = std::vector<uint8_t>;
+using ref::Bytes;
 
 inline void tlv(Bytes& out, uint16_t type, const Bytes& value) {
     out.push_back(static_cast<uint8_t>(type >> 8));
@@ -41,33 +42,12 @@ inline bool parse(const uint8_t* p, size_t n, std::vector<Attr>& out) {
     return true;
 }
 
-inline std::array<uint8_t, 32> hmac_sm3(const uint8_t* key, size_t key_len, const Bytes& data) {
-    gcry_mac_hd_t h;
-    std::array<uint8_t, 32> mac{};
-    gcry_mac_open(&h, GCRY_MAC_HMAC_SM3, 0, nullptr);
-    gcry_mac_setkey(h, key, key_len);
-    gcry_mac_write(h, data.data(), data.size());
-    size_t len = mac.size();
-    gcry_mac_read(h, mac.data(), &len);
-    gcry_mac_close(h);
-    return mac;
+// Keyed references from raw key bytes (the library keeps its keys in fixed arrays).
+inline Bytes hmac_sm3(const uint8_t* key, size_t key_len, const Bytes& data) {
+    return ref::hmac_sm3(ref::bytes_of(key, key_len), data);
 }
-
 inline Bytes sm4_ofb(const uint8_t* key, const uint8_t* iv, const Bytes& in) {
-    gcry_cipher_hd_t h;
-    Bytes out(in.size());
-    gcry_cipher_open(&h, GCRY_CIPHER_SM4, GCRY_CIPHER_MODE_OFB, 0);
-    gcry_cipher_setkey(h, key, 16);
-    gcry_cipher_setiv(h, iv, 16);
-    if (!in.empty()) gcry_cipher_encrypt(h, out.data(), out.size(), in.data(), in.size());
-    gcry_cipher_close(h);
-    return out;
-}
-
-inline Bytes sha256(const uint8_t* data, size_t len) {
-    Bytes d(32);
-    gcry_md_hash_buffer(GCRY_MD_SHA256, d.data(), data, len);
-    return d;
+    return ref::sm4_ofb(ref::bytes_of(key, 16), ref::bytes_of(iv, 16), in);
 }
 
 inline Bytes from_hex(const std::string& hex) {
@@ -87,7 +67,7 @@ inline const char* kCurveN = "BDB6F4FE3E8B1D9E0DA8C0D40FC962195DFAE76F56564677";
 
 // ECDSA verification with e = SHA-256(message) mod n handed to libgcrypt as a raw value.
 inline bool ecdsa_verify(const Bytes& pub48, const uint8_t* msg, size_t msg_len, const uint8_t* sig48) {
-    const Bytes digest = sha256(msg, msg_len);
+    const Bytes digest = ref::digest(GCRY_MD_SHA256, msg, msg_len);
     gcry_mpi_t e = nullptr, n = nullptr;
     gcry_mpi_scan(&e, GCRYMPI_FMT_USG, digest.data(), digest.size(), nullptr);
     gcry_mpi_scan(&n, GCRYMPI_FMT_HEX, kCurveN, 0, nullptr);

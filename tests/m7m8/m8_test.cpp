@@ -62,14 +62,7 @@ protected:
         g_ResultLength = 0;
         g_CertCount = 0;
         NewCertificateFlag = 0;
-        lines_.clear();
-        trace_set_callback(
-            [](void* ctx, const char* line) {
-                static_cast<std::vector<std::string>*>(ctx)->push_back(line);
-            },
-            &lines_, false);
     }
-    void TearDown() override { trace_set_callback(nullptr, nullptr, false); }
 
     Bytes settings_for(const M8Spec& m) const {
         Bytes credential;
@@ -127,11 +120,7 @@ protected:
                                static_cast<int32_t>(body.size()));
     }
 
-    bool traced(const std::string& text) const {
-        for (const auto& l : lines_)
-            if (l.find(text) != std::string::npos) return true;
-        return false;
-    }
+    bool traced(const std::string& text) const { return trace_.contains(text); }
 
     void restore_previous_message() {
         std::memset(g_PrevMsgBuf, 0, sizeof g_PrevMsgBuf);
@@ -144,7 +133,7 @@ protected:
     }
 
     Bytes prev_;
-    std::vector<std::string> lines_;
+    ref::TraceCapture trace_;
 };
 
 // One misbehaviour at a time: the code and the trace line it must produce.

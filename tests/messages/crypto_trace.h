@@ -1,25 +1,10 @@
 // Collects trace lines for the duration of a scope.
 #pragma once
 
-#include <string>
-#include <vector>
-
-#include "platform/platform.h"
+#include "common/reference.h"
 
 namespace msgtest {
 
-struct TraceCapture {
-    std::vector<std::string> lines;
-    TraceCapture() { trace_set_callback(&TraceCapture::on_line, this, false); }
-    ~TraceCapture() { trace_set_callback(nullptr, nullptr, false); }
-    static void on_line(void* self, const char* line) {
-        static_cast<TraceCapture*>(self)->lines.emplace_back(line);
-    }
-    bool has(const std::string& line) const {
-        for (const auto& l : lines)
-            if (l == line) return true;
-        return false;
-    }
-};
+using ref::TraceCapture;
 
 }  // namespace msgtest

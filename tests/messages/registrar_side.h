@@ -12,20 +12,21 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/reference.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 #include "zev.h"
 
 namespace msgtest {
 
-using Bytes = std::vector<uint8_t>;
+using ref::Bytes;
+using ref::bytes_of;
+using ref::cat;
+using ref::init_gcrypt;
+using ref::sm3;
+using ref::sm4_ofb;
+inline Bytes hmac(const Bytes& key, const Bytes& data) { return ref::hmac_sm3(key, data); }
 
-inline Bytes bytes_of(const uint8_t* p, size_t n) { return Bytes(p, p + n); }
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
 inline Bytes head(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + n); }
 inline Bytes be16(uint16_t v) { return {static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v)}; }
 inline Bytes be32(uint32_t v) {
@@ -34,42 +35,6 @@ inline Bytes be32(uint32_t v) {
 }
 inline Bytes text(const char* s) { return Bytes(s, s + std::strlen(s)); }
 
-inline void init_gcrypt() {
-    static bool done = false;
-    if (!done) {
-        gcry_check_version(nullptr);
-        done = true;
-    }
-}
-inline Bytes sm3(const Bytes& data) {
-    init_gcrypt();
-    Bytes out(32);
-    gcry_md_hash_buffer(GCRY_MD_SM3, out.data(), data.data(), data.size());
-    return out;
-}
-inline Bytes hmac(const Bytes& key, const Bytes& data) {
-    init_gcrypt();
-    gcry_mac_hd_t h;
-    gcry_mac_open(&h, GCRY_MAC_HMAC_SM3, 0, nullptr);
-    gcry_mac_setkey(h, key.data(), key.size());
-    gcry_mac_write(h, data.data(), data.size());
-    Bytes out(32);
-    size_t len = 32;
-    gcry_mac_read(h, out.data(), &len);
-    gcry_mac_close(h);
-    return out;
-}
-inline Bytes sm4_ofb(const Bytes& key, const Bytes& iv, const Bytes& in) {
-    init_gcrypt();
-    gcry_cipher_hd_t h;
-    gcry_cipher_open(&h, GCRY_CIPHER_SM4, GCRY_CIPHER_MODE_OFB, 0);
-    gcry_cipher_setkey(h, key.data(), key.size());
-    gcry_cipher_setiv(h, iv.data(), iv.size());
-    Bytes out(in.size());
-    if (!in.empty()) gcry_cipher_encrypt(h, out.data(), out.size(), in.data(), in.size());
-    gcry_cipher_close(h);
-    return out;
-}
 
 struct Attr {
     uint16_t type;
