@@ -33,15 +33,8 @@ bool accepted(int32_t result, const Bytes& answer) {
 int run_enroll(const Options& opt) {
     std::string error;
     Link link;
-    if (!link.open(opt.iface, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
     PcapWriter pcap;
-    if (!opt.pcap_path.empty() && !pcap.open(opt.pcap_path, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
+    if (const int rc = open_link_and_capture(opt, link, pcap); rc != kExitOk) return rc;
     const Mac own = link.own_mac();
     const Mac peer = opt.peer ? *opt.peer : kPaeGroupAddress;
     std::printf("wapiwps enroll on %s (%s), registrar %s, timeout %u s\n", opt.iface.c_str(),

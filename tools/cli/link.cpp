@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <fstream>
 
 namespace cli {
@@ -131,6 +132,16 @@ Link::Receive Link::receive(Mac& src, Mac& dst, Bytes& eapol, int timeout_ms, st
             }
         }
     }
+}
+
+int open_link_and_capture(const Options& opt, Link& link, PcapWriter& pcap) {
+    std::string error;
+    if (!link.open(opt.iface, error) ||
+        (!opt.pcap_path.empty() && !pcap.open(opt.pcap_path, error))) {
+        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
+        return kExitLink;
+    }
+    return kExitOk;
 }
 
 }  // namespace cli

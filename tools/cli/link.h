@@ -27,4 +27,8 @@ class Link {
     Mac own_mac_{};
 };
 
+// Opens the interface and, when the options name one, the pcap file: kExitOk, or kExitLink after
+// printing why.
+int open_link_and_capture(const Options& opt, Link& link, PcapWriter& pcap);
+
 }  // namespace cli

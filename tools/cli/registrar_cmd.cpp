@@ -23,15 +23,8 @@ constexpr Mac kBroadcast = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 int run_registrar(const Options& opt) {
     std::string error;
     Link link;
-    if (!link.open(opt.iface, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
     PcapWriter pcap;
-    if (!opt.pcap_path.empty() && !pcap.open(opt.pcap_path, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
+    if (const int rc = open_link_and_capture(opt, link, pcap); rc != kExitOk) return rc;
     const Mac own = link.own_mac();
     std::printf("wapiwps registrar on %s (%s): waiting for EAPOL-Start\n", opt.iface.c_str(),
                 mac_to_string(own).c_str());
