@@ -72,10 +72,12 @@ void set_device_password(const char* pPIN) {
     }
     trace("pPIN != NULL.\r\n");
     g_MyMsgInfo.DevicePasswordId = kPasswordIdPin;
-    // MAC mode takes exactly eight characters; the other modes a text, its NUL kept if it fits.
-    const size_t n = g_AddressMode == MAC_ADDRESS
-                         ? kMacPinLen
-                         : field_strlen(pPIN, sizeof g_MyMsgInfo.DevicePassword);
+    // MAC mode takes eight characters and needs no terminator; the other modes take a text. Both
+    // stop at a NUL: the password is only ever read up to its NUL, so stopping there changes
+    // nothing and never reads past a shorter string the host passed.
+    const size_t n = field_strlen(pPIN, g_AddressMode == MAC_ADDRESS
+                                            ? kMacPinLen
+                                            : sizeof g_MyMsgInfo.DevicePassword);
     std::memcpy(g_MyMsgInfo.DevicePassword, pPIN, n);
 }
 

@@ -155,6 +155,11 @@ TEST_F(SessionTest, PinRules) {
     EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32),
               std::string("87654321") + std::string(24, '\0'));
     EXPECT_TRUE(log.has("pPIN != NULL.\r\n"));
+
+    // A shorter MAC-mode PIN is read up to its NUL, never past the host's string.
+    const char short_pin[5] = {'1', '2', '3', '4', '\0'};
+    start_with(WAPIWPS_ADDRESS_MAC, WAPIWPS_MODE_WAPI_PSK, kPeer, short_pin);
+    EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32), std::string("1234") + std::string(28, '\0'));
 }
 
 // Our bound: the peer text is cut to the 16-byte field.
