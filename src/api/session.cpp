@@ -81,9 +81,12 @@ void set_device_password(const char* pPIN) {
     std::memcpy(g_MyMsgInfo.DevicePassword, pPIN, n);
 }
 
+// Binary addresses keep their full width, zero bytes included. A text address is only ever read
+// up to its NUL, so its copy stops there too and never reads past a shorter host string.
 void set_local_address(const uint8_t* localAddress, int32_t addressMode) {
     std::memset(g_MyMsgInfo.LocalAddress, 0, sizeof g_MyMsgInfo.LocalAddress);
-    const size_t n = addressMode == static_cast<int32_t>(TEXT_ADDRESS)   ? kTextAddressLen
+    const size_t n = addressMode == static_cast<int32_t>(TEXT_ADDRESS)
+                         ? field_strlen(localAddress, kTextAddressLen)
                      : addressMode == static_cast<int32_t>(IPV4_ADDRESS) ? kIpv4AddressLen
                                                                          : kMacAddressLen;
     std::memcpy(g_MyMsgInfo.LocalAddress, localAddress, n);

@@ -162,6 +162,17 @@ TEST_F(SessionTest, PinRules) {
     EXPECT_EQ(std::string(g_MyMsgInfo.DevicePassword, 32), std::string("1234") + std::string(28, '\0'));
 }
 
+TEST_F(SessionTest, TextLocalAddressIsReadUpToItsNul) {
+    const char local[9] = "10.1.2.3";  // 9 bytes: a 16-byte read would run past it
+    uint8_t out[WAPIWPS_MAX_FRAME_LEN];
+    uint32_t len = 0;
+    ASSERT_EQ(StartWPS(reinterpret_cast<const uint8_t*>(local), WAPIWPS_ADDRESS_TEXT,
+                       WAPIWPS_MODE_WAPI_PSK, "peer", nullptr, out, &len),
+              1);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(g_MyMsgInfo.LocalAddress), 16),
+              std::string("10.1.2.3") + std::string(8, '\0'));
+}
+
 // Our bound: the peer text is cut to the 16-byte field.
 TEST_F(SessionTest, LongPeerTextIsCutToItsField) {
     start_with(WAPIWPS_ADDRESS_TEXT, WAPIWPS_MODE_WAPI_PSK, "fe80::1234:5678:9abc:def0", nullptr);
