@@ -226,17 +226,22 @@ Bytes Session::build_m4() {
     w.add(ATTR_R_HASH1, r_hash(r_s1, psk1), 32);
     w.add(ATTR_R_HASH2, r_hash(r_s2, psk2), 32);
 
-    Bytes settings;
-    AttrWriter s(settings, config.fault, MSG_M4);
-    std::array<uint8_t, 16> revealed = r_s1;
-    if (faulty(Fault::Kind::WrongSecretNonce, MSG_M4)) revealed[0] ^= 0x01;
-    s.add(ATTR_R_SNONCE1, revealed, 16);
-    add_key_wrap_auth(settings, MSG_M4);
-    pad_settings(settings, MSG_M4);
-    const Bytes sealed = seal(settings);
+    const Bytes sealed = seal_secret_nonce(ATTR_R_SNONCE1, r_s1, MSG_M4);
     w.add(ATTR_ENCRYPTED_SETTINGS, sealed, sealed.size());
     finish_with_authenticator(body, MSG_M4);
     return body;
+}
+
+Bytes Session::seal_secret_nonce(uint16_t type, const std::array<uint8_t, 16>& nonce,
+                                 uint8_t message) {
+    Bytes settings;
+    AttrWriter s(settings, config.fault, message);
+    std::array<uint8_t, 16> revealed = nonce;
+    if (faulty(Fault::Kind::WrongSecretNonce, message)) revealed[0] ^= 0x01;
+    s.add(type, revealed, 16);
+    add_key_wrap_auth(settings, message);
+    pad_settings(settings, message);
+    return seal(settings);
 }
 
 Bytes Session::build_m6() {
@@ -247,14 +252,7 @@ Bytes Session::build_m6() {
     if (faulty(Fault::Kind::WrongEnrolleeNonce, MSG_M6)) echoed[0] ^= 0x01;
     w.add(ATTR_ENROLLEE_NONCE, echoed, 16);
 
-    Bytes settings;
-    AttrWriter s(settings, config.fault, MSG_M6);
-    std::array<uint8_t, 16> revealed = r_s2;
-    if (faulty(Fault::Kind::WrongSecretNonce, MSG_M6)) revealed[0] ^= 0x01;
-    s.add(ATTR_R_SNONCE2, revealed, 16);
-    add_key_wrap_auth(settings, MSG_M6);
-    pad_settings(settings, MSG_M6);
-    const Bytes sealed = seal(settings);
+    const Bytes sealed = seal_secret_nonce(ATTR_R_SNONCE2, r_s2, MSG_M6);
     w.add(ATTR_ENCRYPTED_SETTINGS, sealed, sealed.size());
     finish_with_authenticator(body, MSG_M6);
     return body;

@@ -90,6 +90,9 @@ struct Session {
     void pad_settings(Bytes& settings, uint8_t message) const;
     void add_key_wrap_auth(Bytes& settings, uint8_t message) const;
     Bytes seal(std::span<const uint8_t> plain) const;
+    // The sealed settings of M4 and M6: one secret nonce (R-S1 or R-S2) and its Key Wrap
+    // Authenticator, padded, with the WrongSecretNonce fault applied for `message`.
+    Bytes seal_secret_nonce(uint16_t type, const std::array<uint8_t, 16>& nonce, uint8_t message);
     crypto::Digest r_hash(std::span<const uint8_t> secret, std::span<const uint8_t> psk) const;
     bool faulty(Fault::Kind kind, uint8_t message) const {
         return config.fault.kind == kind && config.fault.message == message;
