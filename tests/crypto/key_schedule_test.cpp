@@ -8,7 +8,7 @@
 #include "common/bytes.h"
 #include "crypto/crypto.h"
 #include "crypto_test_util.h"
-#include "common/json_lite.h"
+#include "common/vectors.h"
 
 namespace {
 
@@ -58,7 +58,7 @@ TEST(HmacSm3, PublishedVectors) {
     const auto doc = testjson::load_vectors("hmac_sm3.json");
     ASSERT_TRUE(doc.has_value());
     size_t n = 0;
-    for (const auto& v : doc->find("vectors")->items) {
+    for (const auto& v : (*doc)["vectors"].items) {
         const Bytes key = *testjson::from_hex(v.find("key_hex")->text);
         Bytes msg;
         if (v.find("msg_hex")->is_string()) {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "common/json_lite.h"
+#include "common/vectors.h"
 #include "signing/bignum.h"
 #include "signing/curve192.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "zev.h"
-#include "common/json_lite.h"
+#include "common/vectors.h"
 
 namespace zevtest {
 

@@ -1,5 +1,5 @@
-// A small JSON reader for the known-answer files: objects, arrays, strings, numbers, literals.
-// Enough for the vector files (ASCII text, \uXXXX escapes below 0x80); not a general parser.
+// The known-answer files under tests/data/vectors, read with nlohmann::json into a small tree
+// that the tests walk: objects, arrays, strings, numbers, literals.
 #pragma once
 
 #include <cstdint>
@@ -28,10 +28,8 @@ struct JsonValue {
     double number() const;  // a number's value; 0 for anything else
 };
 
-// Parses a whole document; nullopt on a syntax error or trailing text.
-std::optional<JsonValue> parse_json(const std::string& text);
-
-// Reads and parses WAPIWPS_VECTORS_DIR/<name>; nullopt when the file is missing or malformed.
+// Reads and parses tests/data/vectors/<name>. A missing or malformed file records a test failure
+// that names it and gives nullopt, so a test stops with that message instead of reading nothing.
 std::optional<JsonValue> load_vectors(const std::string& name);
 
 // Hex text (either case, even length) to bytes; nullopt on anything else.
