@@ -4,12 +4,16 @@
 #                mingw-w64 (under Wine); prints one line per configuration and the totals
 #   make bench   build and run the benchmarks (Release)
 #   make fuzz    build the fuzz targets with clang + libFuzzer and run each for FUZZ_SECONDS
+#   make soak    SOAK_COUNT whole exchanges in every mode under ASan+LSan, then
+#                SOAK_VALGRIND_COUNT under valgrind memcheck (zero errors, zero bytes lost)
 JOBS ?= 2
 BUILD_TYPE ?= Debug
 FUZZ_SECONDS ?= 60
+SOAK_COUNT ?= 10000
+SOAK_VALGRIND_COUNT ?= 1000
 export JOBS BUILD_TYPE
 
-.PHONY: all deps test test-linux test-asan test-tsan test-windows demo bench fuzz clean
+.PHONY: all deps test test-linux test-asan test-tsan test-windows demo bench fuzz soak clean
 
 all: demo
 
@@ -44,6 +48,17 @@ fuzz:
 		t=$$(basename $$f); c=fuzz/corpus/$${t#fuzz_}; w=build/fuzz/corpus/$${t#fuzz_}; \
 		mkdir -p $$w $$c; echo "== $$t for $(FUZZ_SECONDS) s"; \
 		$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$w $$c; done
+
+soak: deps
+	cmake -G Ninja -S . -B build/asan -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_C_COMPILER=clang \
+		-DCMAKE_CXX_COMPILER=clang++ -DWAPIWPS_SANITIZE=ON >/dev/null
+	ninja -C build/asan -j$(JOBS) soak
+	ASAN_OPTIONS=detect_leaks=1 build/asan/bin/soak $(SOAK_COUNT)
+	cmake -G Ninja -S . -B build/linux -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_C_COMPILER=gcc \
+		-DCMAKE_CXX_COMPILER=g++ >/dev/null
+	ninja -C build/linux -j$(JOBS) soak
+	valgrind --quiet --error-exitcode=1 --leak-check=full \
+		--errors-for-leak-kinds=definite,indirect,possible build/linux/bin/soak $(SOAK_VALGRIND_COUNT)
 
 clean:
 	rm -rf build
