@@ -30,8 +30,9 @@ uint32_t next_word() {
 }
 
 // System source: a scalar uniform in [1, modulus - 1], by rejection. As many bytes as the modulus
-// has are drawn, the bits above its top bit cleared, and the draw kept when 0 < v < modulus;
-// for n of the signing curve (top bit set) fewer than one draw in 2^96 is rejected.
+// has are drawn, the bits above its top bit cleared, and the draw kept when 0 < v < modulus
+// (for n of the signing curve about one draw in four is drawn again). A modulus below 2 has no
+// such value and gives 0.
 //
 // This serves the software key d and the ECDSA nonce k alike. For k we chose rejection-sampled
 // system bytes over RFC 6979 (deterministic, optionally hedged): a uniform k from a sound
@@ -41,6 +42,10 @@ uint32_t next_word() {
 // from the same source.
 void system_scalar(BigNum& out, const BigNum& modulus) {
     const int32_t bits = bn_bit_length(modulus);
+    if (bits < 2) {
+        bn_zero(out);
+        return;
+    }
     const size_t len = static_cast<size_t>(bits + 7) / 8;
     const uint8_t top_mask = static_cast<uint8_t>(0xFF >> ((8 - bits % 8) % 8));
     uint8_t bytes[4 * kBigNumLimbs] = {};
