@@ -14,19 +14,14 @@ namespace {
 constexpr int32_t kRefused = -1;
 constexpr int32_t kSystemSourceUnavailable = -2;
 
+template <typename... Field>
+void wipe_all(Field&... fields) {
+    (secure_wipe(fields, sizeof fields), ...);
+}
+
 void wipe_key_record(PartyKeyInfo& r) {
-    secure_wipe(r.PrivateKey, sizeof r.PrivateKey);
-    secure_wipe(r.TempPrivateKey, sizeof r.TempPrivateKey);
-    secure_wipe(r.SecretNonce1, sizeof r.SecretNonce1);
-    secure_wipe(r.SecretNonce2, sizeof r.SecretNonce2);
-    secure_wipe(r.Psk1, sizeof r.Psk1);
-    secure_wipe(r.Psk2, sizeof r.Psk2);
-    secure_wipe(r.SharedSecret, sizeof r.SharedSecret);
-    secure_wipe(r.AuthKey, sizeof r.AuthKey);
-    secure_wipe(r.KeyWrapKey, sizeof r.KeyWrapKey);
-    secure_wipe(r.Emsk, sizeof r.Emsk);
-    secure_wipe(r.Kdk, sizeof r.Kdk);
-    secure_wipe(r.DhKey, sizeof r.DhKey);
+    wipe_all(r.PrivateKey, r.TempPrivateKey, r.SecretNonce1, r.SecretNonce2, r.Psk1, r.Psk2,
+             r.SharedSecret, r.AuthKey, r.KeyWrapKey, r.Emsk, r.Kdk, r.DhKey);
 }
 
 }  // namespace
@@ -34,10 +29,9 @@ void wipe_key_record(PartyKeyInfo& r) {
 // Nonces, hashes, Authenticators and IVs have been on the air and stay; the key pair of
 // GeneratePrivateKey, the admin login key and the results outlive the run on purpose.
 void wipe_run_secrets() {
-    secure_wipe(g_MyMsgInfo.DevicePassword, sizeof g_MyMsgInfo.DevicePassword);
+    wipe_all(g_MyMsgInfo.DevicePassword, g_HmacScratch);
     wipe_key_record(g_EnrolleeKeys);
     wipe_key_record(g_RegistrarKeys);
-    secure_wipe(g_HmacScratch, sizeof g_HmacScratch);
 }
 
 extern "C" int32_t WapiWps_SetRandomSource(int32_t source) {
@@ -56,12 +50,10 @@ extern "C" int32_t WapiWps_SetRandomSource(int32_t source) {
 
 extern "C" int32_t WapiWps_ClearSecrets(void) {
     wipe_run_secrets();
-    secure_wipe(GeneratePrivateKey, sizeof GeneratePrivateKey);
-    secure_wipe(g_MyMsgInfo.GeneratePublicKey, sizeof g_MyMsgInfo.GeneratePublicKey);
-    secure_wipe(g_SecureChipAdminLoginKey, sizeof g_SecureChipAdminLoginKey);
-    g_SecureChipAdminLoginKeyLen = 0;
     // The delivered credential lives in g_PrevMsgBuf, where g_ResultData points.
-    secure_wipe(g_PrevMsgBuf, sizeof g_PrevMsgBuf);
+    wipe_all(GeneratePrivateKey, g_MyMsgInfo.GeneratePublicKey, g_SecureChipAdminLoginKey,
+             g_PrevMsgBuf);
+    g_SecureChipAdminLoginKeyLen = 0;
     g_PrevMsgLen = 0;
     g_ResultData = nullptr;
     g_ResultLength = 0;
