@@ -18,7 +18,7 @@ class Server {
 };
 
 std::unique_ptr<Server> make_server(Simulator& sim, const std::string& socket_path);
-// Default socket path (POSIX): $WAPIWPS_SECURECHIP_SOCKET, else /tmp/QMX470_pipe.
+// Default socket path (POSIX): $WAPIWPS_SECURECHIP_SOCKET, else /run/wapiwps/securechip.sock.
 std::string default_socket_path();
 
 }  // namespace chipsim
