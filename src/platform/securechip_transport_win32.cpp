@@ -159,7 +159,9 @@ bool peer_allowed(HANDLE pipe, char* why, size_t why_len) {
 // operation that has not completed by then is cancelled. True when it completed successfully;
 // otherwise the error (ERROR_TIMEOUT, ERROR_OPERATION_ABORTED, ERROR_MORE_DATA, ...) is kept.
 bool finish_io(ChipPipe* pipe, OVERLAPPED* ov, BOOL started, DWORD* n, uint32_t timeout_ms) {
-    if (!started && GetLastError() != ERROR_IO_PENDING) {
+    // A message longer than the buffer completes at once with ERROR_MORE_DATA; GetOverlappedResult
+    // below then tells how much of it was read.
+    if (!started && GetLastError() != ERROR_IO_PENDING && GetLastError() != ERROR_MORE_DATA) {
         remember_error();
         return false;
     }
@@ -204,7 +206,8 @@ bool chip_set_peer_policy(uint32_t classes, const char* const* extra, uint32_t e
     policy.classes = classes;
     for (uint32_t i = 0; i < extra_count; ++i) {
         PSID sid = nullptr;
-        if (extra[i] == nullptr || !ConvertStringSidToSidA(extra[i], &sid)) return false;
+        if (extra[i] == nullptr || extra[i][0] == '\0' || !ConvertStringSidToSidA(extra[i], &sid))
+            return false;
         bool ok = CopySid(sizeof policy.extra[i].bytes, policy.extra[i].bytes, sid) != 0;
         LocalFree(sid);
         if (!ok) return false;

@@ -138,6 +138,10 @@ class WinServer : public Server {
                 DWORD err = GetLastError();
                 if (err != ERROR_IO_PENDING || !wait_io(pipe, &ov, stop_event_, &n)) break;
             }
+            // A request read just as the service stalled waits, unanswered, for the stall to end.
+            while (sim_.stalled() && !stopping)
+                stopping = WaitForSingleObject(stop_event_, 20) == WAIT_OBJECT_0;
+            if (stopping) break;
             bool vanish = false;
             std::vector<uint8_t> out = sim_.answer(buf.data(), n, &vanish);
             if (vanish) break;
