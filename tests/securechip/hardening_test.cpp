@@ -323,7 +323,10 @@ TEST_F(SecureChipLifetimeTest, HundredRunsHoldOneWatcherAndOneConnection) {
     size_t descriptors = 0;
     for (int run = 0; run < 100; ++run) {
         ASSERT_EQ(StartWPS_SecureChip(kLocal, 0, 3, kPeer, nullptr, frame, &frame_len), 1);
-        ASSERT_TRUE(eventually([] { return client_connected(g_SecureChipClient); }));
+        ASSERT_TRUE(eventually([&] {
+            return client_connected(g_SecureChipClient) &&
+                   sim_->connections_accepted() == static_cast<uint32_t>(run + 1);
+        }));
         if (run == 0) {
             threads = thread_count();
             descriptors = descriptor_count();
