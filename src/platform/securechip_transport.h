@@ -62,7 +62,7 @@ ChipPause chip_wait_stop(ChipEvent* stop, uint32_t timeout_ms);
 
 // ---- Who may serve -----------------------------------------------------------------------------
 // Account classes of the peer policy (the same bits as WAPIWPS_CHIP_PEER_* of wapiwps.h).
-inline constexpr uint32_t kChipPeerSystem = 0x1;  // uid 0 / LocalSystem, LocalService, NetworkService
+inline constexpr uint32_t kChipPeerSystem = 0x1;  // uid 0 / the three service accounts
 inline constexpr uint32_t kChipPeerSelf = 0x2;    // the host's own (effective) account
 inline constexpr uint32_t kChipPeerAny = 0x4;     // no check at all
 inline constexpr uint32_t kChipPeerDefault = kChipPeerSystem | kChipPeerSelf;
@@ -89,8 +89,7 @@ bool chip_pipe_write(ChipPipe* pipe, const uint8_t* data, size_t len, uint32_t t
 // means the message was longer than cap (ERROR_MORE_DATA): the rest is returned by the next read,
 // as a message-mode pipe does. kError: no message (closed, broken, failed, or none within
 // timeout_ms; a late answer is never read, because the caller then drops the connection).
-ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got,
-                        uint32_t timeout_ms);
+ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got, uint32_t timeout_ms);
 // Makes a read or write blocked in another thread on this pipe return with an error, and every
 // later one fail at once, without releasing the pipe (the caller closes it afterwards).
 void chip_pipe_interrupt(ChipPipe* pipe);

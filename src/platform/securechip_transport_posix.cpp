@@ -13,8 +13,8 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
@@ -271,7 +271,8 @@ ChipOpen chip_pipe_open(ChipPipe** out, uint32_t timeout_ms, char* why, size_t w
     }
     // A listener whose queue is full makes connect() wait; the send timeout bounds that wait
     // (it then fails with EAGAIN, reported as ETIMEDOUT).
-    timeval tv{static_cast<time_t>(timeout_ms / 1000), static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
+    timeval tv{static_cast<time_t>(timeout_ms / 1000),
+               static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
     (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
     int rc;
     do {

@@ -91,7 +91,8 @@ bool own_user(Sid* out) {
 
 // The account serving the pipe: the user of the server process's token; when the host may not
 // read that token (a service of a more privileged account, as a rule), the pipe's owner, which
-// is the account that created the pipe (an administrator's pipe is owned by BUILTIN\Administrators).
+// is the account that created the pipe (an administrator's pipe is owned by
+// BUILTIN\Administrators).
 bool server_account(HANDLE pipe, Sid* out, bool* from_owner, DWORD* pid) {
     ULONG server_pid = 0;
     if (!GetNamedPipeServerProcessId(pipe, &server_pid)) return false;

@@ -82,14 +82,11 @@ TEST(SecureChipPeerPolicy, RefusesMalformedPoliciesAndKeepsTheOldOne) {
         uint32_t count;
         int32_t result;
     } cases[] = {
-        {WAPIWPS_CHIP_PEER_DEFAULT, nullptr, 0, 0},
-        {WAPIWPS_CHIP_PEER_ANY, good, 1, 0},
-        {0, nine, WAPIWPS_CHIP_PEER_MAX_EXTRA, 0},
-        {0x8, nullptr, 0, -1},                               // unknown class
-        {0, nine, WAPIWPS_CHIP_PEER_MAX_EXTRA + 1, -1},      // too many accounts
-        {WAPIWPS_CHIP_PEER_SELF, nullptr, 1, -1},            // a count without a list
-        {WAPIWPS_CHIP_PEER_SELF, bad_text, 1, -1},
-        {WAPIWPS_CHIP_PEER_SELF, empty, 1, -1},
+        {WAPIWPS_CHIP_PEER_DEFAULT, nullptr, 0, 0},     {WAPIWPS_CHIP_PEER_ANY, good, 1, 0},
+        {0, nine, WAPIWPS_CHIP_PEER_MAX_EXTRA, 0},      {0x8, nullptr, 0, -1},  // unknown class
+        {0, nine, WAPIWPS_CHIP_PEER_MAX_EXTRA + 1, -1},                         // too many accounts
+        {WAPIWPS_CHIP_PEER_SELF, nullptr, 1, -1},  // a count without a list
+        {WAPIWPS_CHIP_PEER_SELF, bad_text, 1, -1},      {WAPIWPS_CHIP_PEER_SELF, empty, 1, -1},
     };
     for (const Case& c : cases)
         EXPECT_EQ(WapiWps_SetSecureChipPeerPolicy(c.classes, c.extra, c.count), c.result)
@@ -168,12 +165,11 @@ TEST(SecureChipSquat, AnotherAccountsServerIsNeverSentAByte) {
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
     posix_spawn_file_actions_addclose(&actions, out[0]);
-    const char* argv[] = {CHIPSIM_PATH, "--socket", path, "--user", "nobody", "--for", "60",
-                          nullptr};
+    const char* argv[] = {CHIPSIM_PATH, "--socket", path, "--user",
+                          "nobody",     "--for",    "60", nullptr};
     pid_t child = -1;
-    ASSERT_EQ(posix_spawn(&child, CHIPSIM_PATH, &actions, nullptr, const_cast<char**>(argv),
-                          environ),
-              0);
+    ASSERT_EQ(
+        posix_spawn(&child, CHIPSIM_PATH, &actions, nullptr, const_cast<char**>(argv), environ), 0);
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     StatusLog log;
@@ -382,8 +378,8 @@ TEST_F(SecureChipLifetimeTest, UnloadingTheLibraryLeavesNoWatcherBehind) {
         // Still mapped, and at most the one watcher and the service's thread for its connection
         // (those of dropped connections end when they notice).
         HMODULE still = nullptr;
-        EXPECT_TRUE(GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, path.c_str(),
-                                       &still));
+        EXPECT_TRUE(
+            GetModuleHandleExA(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, path.c_str(), &still));
         EXPECT_TRUE(eventually([&] { return thread_count() <= base + 2; })) << thread_count();
 #else
         EXPECT_EQ(dlopen(path, RTLD_NOW | RTLD_NOLOAD), nullptr) << "still mapped";

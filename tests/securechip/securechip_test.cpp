@@ -60,42 +60,16 @@ TEST_P(SecureChipSignTest, SignRequestIsExactAndSignatureVerifies) {
 
     Bytes req = sim_->last_request();
     ASSERT_EQ(req.size(), n + 32u);
-    Bytes header(req.begin(), req.begin() + 32);
-    const uint32_t body = n + 24;
-    EXPECT_EQ(header, (Bytes{
-                          0x00,
-                          0x00,
-                          0x00,
-                          0x04,  // command 4
-                          static_cast<uint8_t>(body >> 24),
-                          static_cast<uint8_t>(body >> 16),
-                          static_cast<uint8_t>(body >> 8),
-                          static_cast<uint8_t>(body),  // N + 24
-                          0x00,
-                          0x00,
-                          0x00,
-                          0x05,  // key index
-                          0xA0,
-                          0xA1,
-                          0xA2,
-                          0xA3,
-                          0xA4,
-                          0xA5,
-                          0xA6,
-                          0xA7,  // sign parameter
-                          0xA8,
-                          0xA9,
-                          0xAA,
-                          0xAB,
-                          0xAC,
-                          0xAD,
-                          0xAE,
-                          0xAF,  //   as stored
-                          static_cast<uint8_t>(n >> 24),
-                          static_cast<uint8_t>(n >> 16),
-                          static_cast<uint8_t>(n >> 8),
-                          static_cast<uint8_t>(n),  // N
-                      }));
+    Bytes expected;
+    auto be32 = [&](uint32_t v) {
+        for (int shift = 24; shift >= 0; shift -= 8) expected.push_back(uint8_t(v >> shift));
+    };
+    be32(4);                                                             // command 4
+    be32(n + 24);                                                        // body length N + 24
+    be32(5);                                                             // key index
+    for (int i = 0; i < 16; ++i) expected.push_back(uint8_t(0xA0 + i));  // sign parameter
+    be32(n);                                                             // N
+    EXPECT_EQ(Bytes(req.begin(), req.begin() + 32), expected);
     EXPECT_TRUE(std::equal(data.begin(), data.end(), req.begin() + 32));
 }
 

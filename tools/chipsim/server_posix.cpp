@@ -3,8 +3,8 @@
 // client takes for "the service is running".
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/stat.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
