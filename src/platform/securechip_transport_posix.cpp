@@ -19,6 +19,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/securechip_policy.h"
 #include "platform/securechip_transport.h"
 
 namespace platform {
@@ -51,13 +52,7 @@ struct ChipThread {
 namespace {
 
 // The accounts allowed to serve, read by the watcher at every open.
-struct PeerPolicy {
-    uint32_t classes = kChipPeerDefault;
-    uint32_t extra_count = 0;
-    uid_t extra[kChipPeerMaxExtra] = {};
-};
-std::mutex g_policy_lock;
-PeerPolicy g_policy;
+ChipPeerPolicyStore<uid_t> g_policy;
 
 }  // namespace
 
@@ -122,7 +117,7 @@ void* thread_main(void* raw) {
 }
 
 bool parse_uid(const char* text, uid_t* out) {
-    if (text == nullptr || text[0] < '0' || text[0] > '9') return false;
+    if (text[0] < '0' || text[0] > '9') return false;
     unsigned long long v = 0;
     for (const char* p = text; *p != '\0'; ++p) {
         if (*p < '0' || *p > '9') return false;
@@ -150,11 +145,7 @@ bool peer_uid(int fd, uid_t* uid) {
 
 // True when the peer may serve; otherwise false with the reason in why.
 bool peer_allowed(int fd, char* why, size_t why_len) {
-    PeerPolicy policy;
-    {
-        std::lock_guard<std::mutex> guard(g_policy_lock);
-        policy = g_policy;
-    }
+    const ChipPeerPolicy<uid_t> policy = g_policy.get();
     if (policy.classes & kChipPeerAny) return true;
     uid_t uid;
     if (!peer_uid(fd, &uid)) {
@@ -194,17 +185,7 @@ ChipEvent* chip_stop_event_create() {
 }
 
 bool chip_set_peer_policy(uint32_t classes, const char* const* extra, uint32_t extra_count) {
-    PeerPolicy policy;
-    if ((classes & ~(kChipPeerSystem | kChipPeerSelf | kChipPeerAny)) != 0 ||
-        extra_count > kChipPeerMaxExtra || (extra_count != 0 && extra == nullptr))
-        return false;
-    policy.classes = classes;
-    for (uint32_t i = 0; i < extra_count; ++i)
-        if (!parse_uid(extra[i], &policy.extra[i])) return false;
-    policy.extra_count = extra_count;
-    std::lock_guard<std::mutex> guard(g_policy_lock);
-    g_policy = policy;
-    return true;
+    return g_policy.set(classes, extra, extra_count, parse_uid);
 }
 
 void chip_event_close(ChipEvent* event) {

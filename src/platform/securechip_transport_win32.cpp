@@ -12,6 +12,7 @@
 #include <mutex>
 #include <new>
 
+#include "platform/securechip_policy.h"
 #include "platform/securechip_transport.h"
 
 namespace platform {
@@ -54,13 +55,7 @@ struct Sid {
     BYTE bytes[SECURITY_MAX_SID_SIZE];
 };
 
-struct PeerPolicy {
-    uint32_t classes = kChipPeerDefault;
-    uint32_t extra_count = 0;
-    Sid extra[kChipPeerMaxExtra] = {};
-};
-std::mutex g_policy_lock;
-PeerPolicy g_policy;
+ChipPeerPolicyStore<Sid> g_policy;
 
 bool well_known(WELL_KNOWN_SID_TYPE type, Sid* out) {
     DWORD len = sizeof out->bytes;
@@ -117,7 +112,7 @@ bool server_account(HANDLE pipe, Sid* out, bool* from_owner, DWORD* pid) {
     return ok;
 }
 
-bool account_allowed(const PeerPolicy& policy, PSID sid, bool from_owner) {
+bool account_allowed(const ChipPeerPolicy<Sid>& policy, PSID sid, bool from_owner) {
     if ((policy.classes & kChipPeerSystem) &&
         (sid_is(sid, WinLocalSystemSid) || sid_is(sid, WinLocalServiceSid) ||
          sid_is(sid, WinNetworkServiceSid) ||
@@ -133,11 +128,7 @@ bool account_allowed(const PeerPolicy& policy, PSID sid, bool from_owner) {
 
 // True when the pipe's server may serve; otherwise false with the reason in why.
 bool peer_allowed(HANDLE pipe, char* why, size_t why_len) {
-    PeerPolicy policy;
-    {
-        std::lock_guard<std::mutex> guard(g_policy_lock);
-        policy = g_policy;
-    }
+    const ChipPeerPolicy<Sid> policy = g_policy.get();
     if (policy.classes & kChipPeerAny) return true;
     Sid account;
     bool from_owner = false;
@@ -200,23 +191,13 @@ ChipEvent* chip_stop_event_create() {
 }
 
 bool chip_set_peer_policy(uint32_t classes, const char* const* extra, uint32_t extra_count) {
-    if ((classes & ~(kChipPeerSystem | kChipPeerSelf | kChipPeerAny)) != 0 ||
-        extra_count > kChipPeerMaxExtra || (extra_count != 0 && extra == nullptr))
-        return false;
-    PeerPolicy policy;
-    policy.classes = classes;
-    for (uint32_t i = 0; i < extra_count; ++i) {
+    return g_policy.set(classes, extra, extra_count, [](const char* text, Sid* out) {
         PSID sid = nullptr;
-        if (extra[i] == nullptr || extra[i][0] == '\0' || !ConvertStringSidToSidA(extra[i], &sid))
-            return false;
-        bool ok = CopySid(sizeof policy.extra[i].bytes, policy.extra[i].bytes, sid) != 0;
+        if (!ConvertStringSidToSidA(text, &sid)) return false;
+        bool ok = CopySid(sizeof out->bytes, out->bytes, sid) != 0;
         LocalFree(sid);
-        if (!ok) return false;
-    }
-    policy.extra_count = extra_count;
-    std::lock_guard<std::mutex> guard(g_policy_lock);
-    g_policy = policy;
-    return true;
+        return ok;
+    });
 }
 
 void chip_event_close(ChipEvent* event) {
