@@ -150,4 +150,9 @@ class ChipTest : public ::testing::Test {
     SecureChipClient* client_ = nullptr;
 };
 
+// The same with the simulator serving but no client yet.
+class ChipTestWithoutClient : public ChipTest {
+    bool connect_at_start() const override { return false; }
+};
+
 }  // namespace chiptest

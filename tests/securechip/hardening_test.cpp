@@ -17,7 +17,9 @@
 #include <pwd.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 extern char** environ;
@@ -104,9 +106,8 @@ struct PolicyCase {
     bool connects;
 };
 
-class SecureChipPolicyTest : public ChipTest, public ::testing::WithParamInterface<PolicyCase> {
-    bool connect_at_start() const override { return false; }
-};
+class SecureChipPolicyTest : public ChipTestWithoutClient,
+                             public ::testing::WithParamInterface<PolicyCase> {};
 
 TEST_P(SecureChipPolicyTest, ConnectsOnlyToAnAllowedServer) {
     const PolicyCase& c = GetParam();
@@ -254,6 +255,28 @@ INSTANTIATE_TEST_SUITE_P(Services, SecureChipDeadlineTest,
                                            DeadlineCase{"StalledSign", true, true}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+#ifndef _WIN32
+// A service that stalled with its listen queue full: the connect gives up at the timeout.
+using SecureChipConnectTest = ChipTestWithoutClient;
+
+TEST_F(SecureChipConnectTest, StalledServiceWithFullQueueGivesUpAtTheTimeout) {
+    sim_->set_stalled(true);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::strncpy(addr.sun_path, sim_->socket_path().c_str(), sizeof addr.sun_path - 1);
+    int queued = ::socket(AF_UNIX, SOCK_SEQPACKET, 0);  // takes the one place in the queue
+    ASSERT_EQ(::connect(queued, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+    platform::ChipPipe* pipe = nullptr;
+    char why[64];
+    EXPECT_EQ(platform::chip_pipe_open(&pipe, kShortTimeoutMs, why, sizeof why),
+              platform::ChipOpen::kError);
+    EXPECT_EQ(platform::chip_last_error(), static_cast<uint32_t>(ETIMEDOUT));
+    EXPECT_EQ(pipe, nullptr);
+    ::close(queued);
+    sim_->set_stalled(false);
+}
+#endif
+
 // A chip that never answers during M7: the run is not held up; M7 fails with a NACK carrying
 // Configuration Error 18 and the run ends without result.
 using SecureChipM7Test = ChipTest;
@@ -303,9 +326,7 @@ size_t descriptor_count() {
 #endif
 }
 
-class SecureChipLifetimeTest : public ChipTest {
-    bool connect_at_start() const override { return false; }
-};
+using SecureChipLifetimeTest = ChipTestWithoutClient;
 
 const uint8_t kLocal[6] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
 const uint8_t kPeer[6] = {0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE};

@@ -57,9 +57,9 @@ class Simulator {
     // but keeps every connection open and unanswered ones pending, as a service that hangs while
     // shutting down would. stop() still cleans up.
     void withdraw();
-    // While stalled the service accepts no connection (POSIX: they wait in the listen queue;
-    // Windows: the one listening instance is kept, the next client finds the pipe busy) and reads
-    // no request, as a service that hangs would. Connections stay open.
+    // While stalled the service accepts no connection (POSIX: one waits in the listen queue,
+    // further ones cannot connect) and reads no request, as a service that hangs would.
+    // Connections stay open.
     void set_stalled(bool stalled);
     bool stalled() const;
     const std::string& socket_path() const;

@@ -15,6 +15,9 @@ class Server {
     virtual bool start() = 0;
     virtual void stop() = 0;
     virtual void withdraw() = 0;
+    // Called when the service stalls or resumes (POSIX: the listen queue shrinks to one
+    // connection while stalled, so that further connects wait).
+    virtual void on_stall(bool) {}
 };
 
 std::unique_ptr<Server> make_server(Simulator& sim, const std::string& socket_path);

@@ -20,6 +20,7 @@ namespace chipsim {
 namespace {
 
 constexpr size_t kMaxRequestLen = 64 * 1024;
+constexpr int kBacklog = 64;
 
 class PosixServer : public Server {
   public:
@@ -38,7 +39,7 @@ class PosixServer : public Server {
         listen_fd_ = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         if (listen_fd_ < 0) return false;
         if (::bind(listen_fd_, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 ||
-            ::listen(listen_fd_, 64) != 0 || ::pipe(wake_) != 0) {
+            ::listen(listen_fd_, kBacklog) != 0 || ::pipe(wake_) != 0) {
             ::close(listen_fd_);
             listen_fd_ = -1;
             ::unlink(path_.c_str());
@@ -67,6 +68,9 @@ class PosixServer : public Server {
     }
 
     void withdraw() override { ::unlink(path_.c_str()); }
+    void on_stall(bool stalled) override {
+        if (listen_fd_ >= 0) ::listen(listen_fd_, stalled ? 0 : kBacklog);
+    }
 
   private:
     void serve() {

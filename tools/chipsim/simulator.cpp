@@ -258,6 +258,7 @@ void Simulator::withdraw() {
 
 void Simulator::set_stalled(bool stalled) {
     impl_->stalled.store(stalled);
+    if (impl_->serving) impl_->server->on_stall(stalled);
 }
 
 bool Simulator::stalled() const {
