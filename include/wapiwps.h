@@ -228,6 +228,42 @@ WAPIWPS_API int32_t WapiWps_ClearSecrets(void);
  */
 WAPIWPS_API int32_t WapiWps_SetSigningKey(const uint8_t privateKey[24]);
 
+/*
+ * Extension: secure-chip service hardening (docs/secure-chip.md).
+ *
+ * Before anything is sent to the secure-chip service the library checks who serves it. POSIX: the
+ * socket's peer uid (SO_PEERCRED) at $WAPIWPS_SECURECHIP_SOCKET, by default
+ * /run/wapiwps/securechip.sock. Windows: the server process of "\\.\pipe\QMX470_pipe"
+ * (GetNamedPipeServerProcessId and its token's user; the pipe's owner when that token cannot be
+ * read), opened with SECURITY_IDENTIFICATION so that the server cannot act as the host. A server of
+ * another account is never sent a byte: to the library the service is then not running, and a
+ * trace line says why. By default root / LocalSystem, LocalService and NetworkService (and, for
+ * the pipe-owner fallback, BUILTIN\Administrators) and the host's own account may serve.
+ *
+ * WapiWps_SetSecureChipPeerPolicy replaces that set: accounts is a combination of the
+ * WAPIWPS_CHIP_PEER_* classes, and extraAccounts lists up to WAPIWPS_CHIP_PEER_MAX_EXTRA further
+ * accounts as text (POSIX: a decimal uid such as "998"; Windows: a SID string such as
+ * "S-1-5-21-1-2-3-1001"). WAPIWPS_CHIP_PEER_ANY switches the check off. Returns 0, or -1 with the
+ * policy unchanged for unknown bits, extraCount over the maximum, a null list with extraCount > 0
+ * or an entry that does not parse. Applies to connections opened afterwards: call it before
+ * StartWPS_SecureChip.
+ *
+ * WapiWps_SetSecureChipTimeout bounds every wait on the service: the connect (and a busy pipe),
+ * each request sent and each answer awaited. 0 restores the default of 5000 ms. An answer that
+ * does not come in time fails the request (M7 is then answered by a NACK) and drops the
+ * connection; the watcher reconnects while the service runs. Returns 0.
+ */
+#define WAPIWPS_CHIP_PEER_SYSTEM 0x1u /* uid 0; LocalSystem, LocalService, NetworkService */
+#define WAPIWPS_CHIP_PEER_SELF 0x2u   /* the host's own account (effective uid / token user) */
+#define WAPIWPS_CHIP_PEER_ANY 0x4u    /* no check: any account may serve */
+#define WAPIWPS_CHIP_PEER_DEFAULT (WAPIWPS_CHIP_PEER_SYSTEM | WAPIWPS_CHIP_PEER_SELF)
+#define WAPIWPS_CHIP_PEER_MAX_EXTRA 8
+#define WAPIWPS_CHIP_DEFAULT_TIMEOUT_MS 5000
+WAPIWPS_API int32_t WapiWps_SetSecureChipPeerPolicy(uint32_t accounts,
+                                                    const char* const* extraAccounts,
+                                                    uint32_t extraCount);
+WAPIWPS_API int32_t WapiWps_SetSecureChipTimeout(uint32_t milliseconds);
+
 #ifdef __cplusplus
 }
 #endif
