@@ -2,6 +2,7 @@
 // scalar multipliers.
 #include "signing/curve192.h"
 
+#include "signing/field192.h"
 #include "signing/signing.h"
 
 void fixed_base_table_load();  // fixed_base_table.cpp
@@ -33,9 +34,22 @@ CurveParams g_Curve;
 ModMulFn g_ModMulP;
 bool g_CurveReady;
 
-// The one multiplication modulo p this build uses: schoolbook product and long division.
-void mod_mul_p_schoolbook(BigNum& r, const BigNum& a, const BigNum& b) {
-    bn_mod_mul(r, a, b, g_Curve.p);
+// Multiplication modulo p behind the process-wide pointer: the operands go into the three-limb
+// Montgomery form (field192.h), are multiplied there and come back as a BigNum. Operands wider
+// than 192 bits, which no caller passes, take the schoolbook product and long division.
+void mod_mul_p_mont(BigNum& r, const BigNum& a, const BigNum& b) {
+    if (a.count > kCurveLimbs || b.count > kCurveLimbs || a.count < 0 || b.count < 0) {
+        bn_mod_mul(r, a, b, g_Curve.p);
+        return;
+    }
+    F192 fa, fb, t;
+    f192_from_u32_limbs(fa, a.limb, a.count, mont_p());
+    f192_from_u32_limbs(fb, b.limb, b.count, mont_p());
+    f192_mul(t, fa, fb, mont_p());        // a b / 2^192
+    f192_mul(t, t, mont_p().r2, mont_p());  // a b
+    uint32_t limbs[kCurveLimbs];
+    f192_to_u32_limbs(limbs, t);
+    bn_from_limbs(r, limbs, kCurveLimbs);
 }
 
 const CurveParams& ready_params() {
@@ -86,9 +100,10 @@ void CurveSetup() {
     bn_from_bytes(g_Curve.gx, kGx, sizeof kGx);
     bn_from_bytes(g_Curve.gy, kGy, sizeof kGy);
     bn_from_bytes(g_Curve.n, kN, sizeof kN);
-    g_ModMulP = mod_mul_p_schoolbook;
+    g_ModMulP = mod_mul_p_mont;
     g_CurveReady = true;
     fixed_base_table_load();
+    comb_table_load();
 }
 
 const CurveParams& curve_params() {
@@ -204,38 +219,23 @@ void point_to_affine(AffinePoint& r, const JacobianPoint& p) {
 
 // ---- Fixed-base comb -------------------------------------------------------------------------
 
-namespace {
-// Index built from bit `bit` of each of the six limbs of k, limb l giving bit l of the index.
-size_t comb_index(const BigNum& k, int32_t bit) {
-    size_t index = 0;
-    for (int32_t l = 0; l < kCurveLimbs; ++l) {
-        const uint32_t limb = l < k.count ? k.limb[l] : 0u;
-        index |= static_cast<size_t>((limb >> bit) & 1u) << l;
-    }
-    return index;
-}
-}  // namespace
-
+// The constant-time comb of field192.cpp on the BigNum interface. k is taken modulo n first: the
+// same point, and the form the comb's addition rules need.
 void fixed_base_mul(AffinePoint& r, const BigNum& k) {
     ready_params();
-    BigNum kk = k;
-    bn_normalise(kk);
-    if (bn_is_zero(kk)) {
+    const int32_t limbs = k.count < 0 ? 0 : (k.count > kCurveLimbs ? kCurveLimbs : k.count);
+    F192 kk, x, y;
+    f192_from_u32_limbs(kk, k.limb, limbs, mont_n());
+    if (comb_mul(x, y, kk) != 0) {
         affine_infinity(r);
         return;
     }
-    // Entry A adds 2^(32l) G for the bits (15 - j) of every limb, entry 64 + B adds 2^(32l + 16) G
-    // for the bits (31 - j); the 15 - j doublings that follow move each to its weight.
-    JacobianPoint q;
-    set_infinity(q);
-    for (int32_t j = 0; j < 16; ++j) {
-        point_double(q, q);
-        const size_t a = comb_index(kk, 15 - j);
-        const size_t b = comb_index(kk, 31 - j);
-        if (a != 0) point_add_mixed(q, q, *fixed_base_point(a));
-        if (b != 0) point_add_mixed(q, q, *fixed_base_point(64 + b));
-    }
-    point_to_affine(r, q);
+    uint32_t xl[kCurveLimbs], yl[kCurveLimbs];
+    f192_to_u32_limbs(xl, x);
+    f192_to_u32_limbs(yl, y);
+    bn_from_limbs(r.x, xl, kCurveLimbs);
+    bn_from_limbs(r.y, yl, kCurveLimbs);
+    r.infinity = 0;
 }
 
 // ---- NAF variable-base -----------------------------------------------------------------------
