@@ -42,14 +42,18 @@ void mod_mul_p_mont(BigNum& r, const BigNum& a, const BigNum& b) {
         bn_mod_mul(r, a, b, g_Curve.p);
         return;
     }
-    F192 fa, fb, t;
-    f192_from_u32_limbs(fa, a.limb, a.count, mont_p());
-    f192_from_u32_limbs(fb, b.limb, b.count, mont_p());
-    f192_mul(t, fa, fb, mont_p());        // a b / 2^192
+    F192 fa = {{0, 0, 0}}, fb = {{0, 0, 0}}, t;
+    for (int32_t l = 0; l < a.count; ++l) fa.v[l / 2] |= uint64_t{a.limb[l]} << (32 * (l % 2));
+    for (int32_t l = 0; l < b.count; ++l) fb.v[l / 2] |= uint64_t{b.limb[l]} << (32 * (l % 2));
+    f192_reduce_once(fa, fa, mont_p());
+    f192_reduce_once(fb, fb, mont_p());
+    f192_mul(t, fa, fb, mont_p());          // a b / 2^192
     f192_mul(t, t, mont_p().r2, mont_p());  // a b
-    uint32_t limbs[kCurveLimbs];
-    f192_to_u32_limbs(limbs, t);
-    bn_from_limbs(r, limbs, kCurveLimbs);
+    // Written in place: limbs beyond the count stay zero, as bn_from_limbs leaves them.
+    for (int32_t l = 0; l < kCurveLimbs; ++l) r.limb[l] = static_cast<uint32_t>(t.v[l / 2] >> (32 * (l % 2)));
+    for (int32_t l = kCurveLimbs; l < kBigNumLimbs; ++l) r.limb[l] = 0;
+    r.count = kCurveLimbs;
+    bn_normalise(r);
 }
 
 const CurveParams& ready_params() {

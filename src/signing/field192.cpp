@@ -218,8 +218,13 @@ void f192_reduce_once(F192& r, const F192& a, const Mont192& m) {
 void f192_from_u32_limbs(F192& r, const uint32_t* limbs, int32_t count, const Mont192& m) {
     if (limbs == nullptr || count < 0) count = 0;
     if (count > 16) count = 16;
-    // Horner over 192-bit chunks from the top: acc = acc * 2^192 + chunk (mod m).
     F192 acc = {{0, 0, 0}};
+    if (count <= 6) {  // the usual case: one chunk, one masked subtraction
+        for (int32_t l = 0; l < count; ++l) acc.v[l / 2] |= uint64_t{limbs[l]} << (32 * (l % 2));
+        f192_reduce_once(r, acc, m);
+        return;
+    }
+    // Horner over 192-bit chunks from the top: acc = acc * 2^192 + chunk (mod m).
     const int32_t chunks = (count + 5) / 6;
     for (int32_t c = chunks - 1; c >= 0; --c) {
         F192 chunk = {{0, 0, 0}};
