@@ -74,7 +74,7 @@ Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 Transcript run(Options o) {
     Transcript t;
-    trace_set_callback(collect_trace, &t.trace, false);
+    if (o.record_trace) trace_set_callback(collect_trace, &t.trace, false);
 
     // The registrar holds the same password and knows the enrollee's mode.
     registrar::Config rc = o.registrar;
@@ -140,8 +140,10 @@ Transcript run(Options o) {
         }
         for (const registrar::Bytes& reply : replies) {
             out_len = 0;
+            if (o.around_enrollee) o.around_enrollee(reply, true);
             const int32_t result =
                 ProcessReceivePacket(reply.data(), static_cast<uint32_t>(reply.size()), out.data(), &out_len);
+            if (o.around_enrollee) o.around_enrollee(reply, false);
             t.results.push_back(result);
             t.steps.push_back(Step{true, reply, result, g_State_Machine, registrar::Status::Continue});
             if (result == WAPIWPS_RESULT_M8_DONE) {

@@ -1,0 +1,225 @@
+// After StartWPS, ProcessReceivePacket never allocates: the process's allocator is interposed
+// with a counting one, whole exchanges run against the reference registrar in every mode, and
+// the count taken inside the enrollee's calls must stay zero. The ZEV library's own calls are
+// excluded (linked through --wrap, counting paused inside them): the vendor library is not ours.
+// The same runs measure the enrollee's peak stack per call by painting the stack beforehand.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "common/exchange.h"
+#include "wapiwps.h"
+#include "zev.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ALLOC_COUNTING 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ALLOC_COUNTING 0
+#endif
+#endif
+#if !defined(ALLOC_COUNTING)
+#if defined(__GLIBC__)
+#define ALLOC_COUNTING 1
+#else
+#define ALLOC_COUNTING 0
+#endif
+#endif
+
+namespace {
+// Plain globals: the allocator may run before any constructor.
+bool g_counting = false;
+long g_allocations = 0;
+void note_allocation() {
+    if (g_counting) ++g_allocations;
+}
+
+// Pauses counting for the length of a ZEV call.
+struct ZevCall {
+    bool was = g_counting;
+    ZevCall() { g_counting = false; }
+    ~ZevCall() { g_counting = was; }
+};
+}  // namespace
+
+#if ALLOC_COUNTING
+// glibc's own entry points, under the names it exports for exactly this purpose.
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* __libc_memalign(size_t, size_t);
+void* malloc(size_t n) {
+    note_allocation();
+    return __libc_malloc(n);
+}
+void* calloc(size_t n, size_t size) {
+    note_allocation();
+    return __libc_calloc(n, size);
+}
+void* realloc(void* p, size_t n) {
+    note_allocation();
+    return __libc_realloc(p, n);
+}
+void* aligned_alloc(size_t alignment, size_t n) {
+    note_allocation();
+    return __libc_memalign(alignment, n);
+}
+int posix_memalign(void** out, size_t alignment, size_t n) {
+    note_allocation();
+    *out = __libc_memalign(alignment, n);
+    return *out != nullptr ? 0 : 12;  // ENOMEM
+}
+}
+#endif
+
+// The ZEV calls the library makes, wrapped at link time (tests/alloc/extra.cmake).
+extern "C" {
+int32_t __real_ZEV_SM2_GenerateAgreementDataWithECC(void*, ZEV_ECCPrivateKey*, ZEV_ECCPublicKey*);
+int32_t __wrap_ZEV_SM2_GenerateAgreementDataWithECC(void* h, ZEV_ECCPrivateKey* d,
+                                                    ZEV_ECCPublicKey* q) {
+    ZevCall pause;
+    return __real_ZEV_SM2_GenerateAgreementDataWithECC(h, d, q);
+}
+int32_t __real_ZEV_SM2_GenerateKeyWithECC(void*, uint32_t, const uint8_t*, uint32_t,
+                                          const uint8_t*, uint32_t, const ZEV_ECCPrivateKey*,
+                                          const ZEV_ECCPrivateKey*, const ZEV_ECCPublicKey*,
+                                          const ZEV_ECCPublicKey*, const ZEV_ECCPublicKey*,
+                                          ZEV_AgreementOut*);
+int32_t __wrap_ZEV_SM2_GenerateKeyWithECC(void* h, uint32_t bits, const uint8_t* id,
+                                          uint32_t id_len, const uint8_t* peer_id,
+                                          uint32_t peer_len, const ZEV_ECCPrivateKey* d,
+                                          const ZEV_ECCPrivateKey* td, const ZEV_ECCPublicKey* tq,
+                                          const ZEV_ECCPublicKey* pq, const ZEV_ECCPublicKey* ptq,
+                                          ZEV_AgreementOut* out) {
+    ZevCall pause;
+    return __real_ZEV_SM2_GenerateKeyWithECC(h, bits, id, id_len, peer_id, peer_len, d, td, tq, pq,
+                                             ptq, out);
+}
+int32_t __real_ZEV_SM3(void*, const uint8_t*, uint32_t, uint8_t*, uint32_t*);
+int32_t __wrap_ZEV_SM3(void* h, const uint8_t* data, uint32_t len, uint8_t* digest,
+                       uint32_t* digest_len) {
+    ZevCall pause;
+    return __real_ZEV_SM3(h, data, len, digest, digest_len);
+}
+int32_t __real_ZEV_HMAC_SM3(void*, const uint8_t*, uint32_t, const uint8_t*, uint32_t, uint8_t*,
+                            uint32_t);
+int32_t __wrap_ZEV_HMAC_SM3(void* h, const uint8_t* data, uint32_t len, const uint8_t* key,
+                            uint32_t key_len, uint8_t* mac, uint32_t mac_len) {
+    ZevCall pause;
+    return __real_ZEV_HMAC_SM3(h, data, len, key, key_len, mac, mac_len);
+}
+}
+
+namespace {
+
+// ---- Stack painting --------------------------------------------------------------------------
+constexpr size_t kPaintLen = 128 * 1024;
+constexpr uint8_t kPaint = 0xA5;
+
+// Fills kPaintLen bytes just below the caller's frame and returns their lowest address.
+__attribute__((noinline)) uintptr_t paint_stack() {
+    volatile uint8_t area[kPaintLen];
+    for (size_t i = 0; i < kPaintLen; ++i) area[i] = kPaint;
+    return reinterpret_cast<uintptr_t>(&area[0]);
+}
+
+// The lowest painted byte that was overwritten since, as a depth below top.
+__attribute__((noinline)) size_t depth_used(uintptr_t low, uintptr_t top) {
+    const volatile uint8_t* p = reinterpret_cast<const volatile uint8_t*>(low);
+    size_t i = 0;
+    while (i < kPaintLen && p[i] == kPaint) ++i;
+    return top - (low + i);
+}
+
+// ---- Scenarios -------------------------------------------------------------------------------
+constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
+                                            0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
+
+struct Mode {
+    const char* name;
+    int32_t wps_mode;
+    uint8_t certificate_mode;  // 0 for the pre-shared key
+    bool identity;             // mode 2: an identity registered for the registrar
+    size_t m8_split;           // 0: M8 whole
+};
+
+const Mode kModes[] = {
+    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, false, 0},
+    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, false, 0},
+    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, true, 0},
+    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, false, 1000},
+};
+
+class NoAllocation : public ::testing::TestWithParam<Mode> {};
+
+TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
+    if (!ALLOC_COUNTING) GTEST_SKIP() << "the allocator is interposed only on glibc without sanitizers";
+    // The interposed allocator sees the process's allocations (else this test could not fail).
+    g_allocations = 0;
+    g_counting = true;
+    void* probe = std::malloc(24);
+    g_counting = false;
+    std::free(probe);
+    ASSERT_EQ(g_allocations, 1);
+    const Mode& m = GetParam();
+    exchange::Options o;
+    o.wps_mode = m.wps_mode;
+    o.pin = "12345670";
+    o.record_trace = false;
+    o.registrar.network_key = {'k', 'e', 'y'};
+    if (m.certificate_mode != 0) {
+        o.registrar.uuid_r = kUuidR;
+        o.registrar.certificate_mode = m.certificate_mode;
+        o.registrar.cert_list.assign(1500, 0x30);
+        o.registrar.require_signature = false;
+        o.registrar.m8_split_index = m.m8_split;
+    }
+    if (m.identity) {
+        exchange::Identity id;
+        id.uuid = kUuidR;
+        id.data.assign(100, 0x5A);
+        o.identities = {id};
+    }
+    if (m.certificate_mode == 2) {  // mode 2 signs with the key a mode-1 run left behind
+        exchange::Options first = o;
+        first.registrar.certificate_mode = 1;
+        first.identities.clear();
+        o.registrar.known_public_key = exchange::run(first).outcome.signing_public_key;
+    }
+    long calls = 0, allocations = 0;
+    size_t peak = 0;
+    uintptr_t low = 0, top = 0;
+    o.around_enrollee = [&](const exchange::Bytes&, bool before) {
+        if (before) {
+            top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+            low = paint_stack();
+            g_allocations = 0;
+            g_counting = true;
+        } else {
+            g_counting = false;
+            allocations += g_allocations;
+            ++calls;
+            const size_t used = depth_used(low, top);
+            if (used > peak) peak = used;
+        }
+    };
+    const exchange::Transcript t = exchange::run(o);
+    EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
+    EXPECT_TRUE(t.m8_done);
+    EXPECT_GE(calls, 7);
+    EXPECT_EQ(allocations, 0) << "allocations inside ProcessReceivePacket";
+    // A host may run the library on a small thread stack; 32 KiB is our bound for one call.
+    EXPECT_LT(peak, 32u * 1024u);
+    std::printf("[ %s ] %ld calls, %ld allocations, peak stack of ProcessReceivePacket %zu bytes\n",
+                m.name, calls, allocations, peak);
+}
+
+INSTANTIATE_TEST_SUITE_P(Modes, NoAllocation, ::testing::ValuesIn(kModes),
+                         [](const ::testing::TestParamInfo<Mode>& info) {
+                             return std::string(info.param.name);
+                         });
+
+}  // namespace
