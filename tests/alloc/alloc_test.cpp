@@ -32,7 +32,7 @@ namespace {
 // Plain globals: the allocator may run before any constructor.
 bool g_counting = false;
 long g_allocations = 0;
-void note_allocation() {
+[[maybe_unused]] void note_allocation() {
     if (g_counting) ++g_allocations;
 }
 
