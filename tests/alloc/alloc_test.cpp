@@ -7,18 +7,39 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <utility>
 #include <new>
 
 #include "common/exchange.h"
 #include "wapiwps.h"
 #include "zev.h"
 
+#if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
+#include <unistd.h>
+
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "chipsim/chipsim.h"
+#include "signing/securechip.h"
+#define ALLOC_WITH_CHIP 1
+#else
+#define ALLOC_WITH_CHIP 0
+#endif
+
+// The sanitizers bring their own allocator and stack layout: neither counting nor painting.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ALLOC_COUNTING 0
+#define ALLOC_SANITIZED 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ALLOC_COUNTING 0
+#define ALLOC_SANITIZED 1
 #endif
+#endif
+#if defined(ALLOC_SANITIZED)
+#define ALLOC_COUNTING 0
 #endif
 #if !defined(ALLOC_COUNTING)
 #if defined(__GLIBC__) && defined(ALLOC_ZEV_WRAPPED)
@@ -29,9 +50,10 @@
 #endif
 
 namespace {
-// Plain globals: the allocator may run before any constructor.
-bool g_counting = false;
-long g_allocations = 0;
+// Plain thread-locals: the allocator may run before any constructor, and only the thread that
+// calls the library is counted (the secure-chip simulator serves from a thread of its own).
+thread_local bool g_counting = false;
+thread_local long g_allocations = 0;
 [[maybe_unused]] void note_allocation() {
     if (g_counting) ++g_allocations;
 }
@@ -147,17 +169,51 @@ struct Mode {
     int32_t wps_mode;
     uint8_t certificate_mode;  // 0 for the pre-shared key
     bool identity;             // mode 2: an identity registered for the registrar
-    size_t m8_split;           // 0: M8 whole
+    int m8_split;              // -1: M8 whole; else two fragments split at this legal point
+    bool chip;                 // signed by the secure chip (the simulator, in-process)
 };
 
 const Mode kModes[] = {
-    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, false, 0},
-    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, false, 0},
-    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, true, 0},
-    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, false, 1000},
+    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, false, -1, false},
+    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, false, -1, false},
+    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, true, -1, false},
+    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, false, 1000, false},
+    {"cert1_secure_chip", WAPIWPS_MODE_WAPI_CERT, 1, false, -1, true},
 };
 
-class NoAllocation : public ::testing::TestWithParam<Mode> {};
+#if ALLOC_WITH_CHIP
+chipsim::Simulator* g_sim = nullptr;
+
+void wait_connected() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (g_SecureChipClient != nullptr) {
+            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+            if (g_SecureChipClient->connected != 0) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+#endif
+
+class NoAllocation : public ::testing::TestWithParam<Mode> {
+protected:
+    static void SetUpTestSuite() {
+#if ALLOC_WITH_CHIP
+        const std::string path = "/tmp/wapiwps_alloc_" + std::to_string(::getpid()) + ".sock";
+        ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+        g_sim = new chipsim::Simulator();
+        ASSERT_TRUE(g_sim->start());
+#endif
+    }
+    static void TearDownTestSuite() {
+#if ALLOC_WITH_CHIP
+        g_sim->stop();
+        delete g_sim;
+        g_sim = nullptr;
+#endif
+    }
+};
 
 TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
     if (!ALLOC_COUNTING) GTEST_SKIP() << "the allocator is interposed only on glibc (Linux) without sanitizers";
@@ -169,18 +225,25 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
     std::free(probe);
     ASSERT_EQ(g_allocations, 1);
     const Mode& m = GetParam();
+    if (m.chip && !ALLOC_WITH_CHIP) GTEST_SKIP() << "no secure-chip simulator in this build";
     exchange::Options o;
     o.wps_mode = m.wps_mode;
     o.pin = "12345670";
     o.record_trace = false;
     o.registrar.network_key = {'k', 'e', 'y'};
+    o.registrar.m8_split_index = m.m8_split;
     if (m.certificate_mode != 0) {
         o.registrar.uuid_r = kUuidR;
         o.registrar.certificate_mode = m.certificate_mode;
         o.registrar.cert_list.assign(1500, 0x30);
         o.registrar.require_signature = false;
-        o.registrar.m8_split_index = m.m8_split;
     }
+#if ALLOC_WITH_CHIP
+    if (m.chip) {
+        o.secure_chip = true;
+        o.after_start = wait_connected;
+    }
+#endif
     if (m.identity) {
         exchange::Identity id;
         id.uuid = kUuidR;
@@ -214,12 +277,53 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
     const exchange::Transcript t = exchange::run(o);
     EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
     EXPECT_TRUE(t.m8_done);
+    EXPECT_EQ(t.outcome.m8_fragments, m.m8_split < 0 ? 1u : 2u);
     EXPECT_GE(calls, 7);
     EXPECT_EQ(allocations, 0) << "allocations inside ProcessReceivePacket";
     // A host may run the library on a small thread stack; 32 KiB is our bound for one call.
     EXPECT_LT(peak, 32u * 1024u);
     std::printf("[ %s ] %ld calls, %ld allocations, peak stack of ProcessReceivePacket %zu bytes\n",
                 m.name, calls, allocations, peak);
+}
+
+// The peak stack of every other export, by the same painting (ProcessReceivePacket is measured
+// in the exchanges above). Each call is made with valid arguments and large enough buffers.
+TEST(PeakStack, EveryOtherExportStaysSmall) {
+#if defined(ALLOC_SANITIZED)
+    GTEST_SKIP() << "stack painting is meaningless under the sanitizers";
+#endif
+    static uint8_t frame[WAPIWPS_MAX_FRAME_LEN], list[8192], extra[8192];
+    static const uint8_t local[16] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
+    static const uint8_t peer[6] = {0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB};
+    static const uint8_t uuid[16] = {1}, sign_param[16] = {2};
+    static uint8_t entry[WAPIWPS_IDENTITY_ENTRY_LEN] = {3};
+    static const wapiwps_utf16 name[] = {'s', 't', 'a', 0};
+    uint32_t len = 0;
+    uint16_t a = 0, b = 0, c = 0;
+    uint32_t index = 0;
+    uint8_t uuid_r[16], priv[24], pub[48], param[16];
+    const std::pair<const char*, std::function<void()>> calls[] = {
+        {"SetDeviceInfo", [&] { SetDeviceInfo(uuid, name); }},
+        {"SetCertIdentityStruct2", [&] { SetCertIdentityStruct2(1, entry); }},
+        {"SetSecureChipParam", [&] { SetSecureChipParam(4, list, 4, extra, 1, sign_param); }},
+        {"StartWPS", [&] { StartWPS(local, 0, WAPIWPS_MODE_WAPI_CERT, peer, "12345670", frame, &len); }},
+        {"GetWPSResult_PSK", [&] { GetWPSResult_PSK(list, &a); }},
+        {"GetWPSResult_Cert", [&] { GetWPSResult_Cert(uuid_r, list, &a, &b, extra, &c, priv, pub); }},
+        {"GetWPSResult_Cert_SecureChip",
+         [&] { GetWPSResult_Cert_SecureChip(uuid_r, list, &a, &b, extra, &c, &index, pub); }},
+        {"GetWPSResult_Cert_SecureChipEx",
+         [&] { GetWPSResult_Cert_SecureChipEx(uuid_r, list, &a, &b, extra, &c, &index, pub, param); }},
+        {"StopWPS", [&] { StopWPS(); }},
+        {"WapiWps_SetTraceCallback", [&] { WapiWps_SetTraceCallback(nullptr, nullptr, 0); }},
+    };
+    for (const auto& [name_text, call] : calls) {
+        const uintptr_t top = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+        paint_stack();
+        call();
+        const size_t used = depth_used(g_paint_low, top);
+        EXPECT_LT(used, 32u * 1024u) << name_text;
+        std::printf("[ %s ] peak stack %zu bytes\n", name_text, used);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, NoAllocation, ::testing::ValuesIn(kModes),

@@ -6,3 +6,8 @@ if(NOT WIN32)
         -Wl,--wrap=ZEV_SM3 -Wl,--wrap=ZEV_HMAC_SM3)
     target_compile_definitions(${target} PRIVATE ALLOC_ZEV_WRAPPED=1)
 endif()
+# The chip-signed exchange runs the secure-chip service simulator in-process.
+if(TARGET chipsim_lib)
+    target_link_libraries(${target} PRIVATE chipsim_lib)
+    target_compile_definitions(${target} PRIVATE WAPIWPS_HAVE_CHIPSIM=1)
+endif()
