@@ -12,7 +12,7 @@
 
 #include "common/exchange.h"
 #include "wapiwps.h"
-#include "zev.h"
+#include "common/zev_wrap.h"
 
 namespace {
 
@@ -30,68 +30,33 @@ double clock_read_ns() {
     for (int i = 0; i < kReads; ++i) benchmark::DoNotOptimize(cpu_now_ns());
     return static_cast<double>(cpu_now_ns() - start) / kReads;
 }
+
 bool g_inside_enrollee = false;
 int64_t g_zev_enrollee_ns = 0;  // ZEV time inside the enrollee's calls
 int64_t g_zev_all_ns = 0;       // ZEV time of both sides
 int64_t g_zev_enrollee_calls = 0;
 int64_t g_zev_all_calls = 0;
 
+int64_t g_zev_start = 0;
+
 int64_t since(int64_t start) {
     return cpu_now_ns() - start;
 }
 
-struct ZevTimer {
-    int64_t start = cpu_now_ns();
-    ~ZevTimer() {
-        const int64_t ns = since(start);
-        g_zev_all_ns += ns;
-        ++g_zev_all_calls;
-        if (g_inside_enrollee) {
-            g_zev_enrollee_ns += ns;
-            ++g_zev_enrollee_calls;
-        }
-    }
-};
-
 }  // namespace
 
-extern "C" {
-int32_t __real_ZEV_SM2_GenerateAgreementDataWithECC(void*, ZEV_ECCPrivateKey*, ZEV_ECCPublicKey*);
-int32_t __wrap_ZEV_SM2_GenerateAgreementDataWithECC(void* h, ZEV_ECCPrivateKey* d,
-                                                    ZEV_ECCPublicKey* q) {
-    ZevTimer timer;
-    return __real_ZEV_SM2_GenerateAgreementDataWithECC(h, d, q);
+// The ZEV calls of both sides, wrapped at link time (tests/common/zev_wrap.cpp).
+void zev_wrap_enter() {
+    g_zev_start = cpu_now_ns();
 }
-#define ZEV_AGREEMENT_PARAMS                                                                     \
-    void* h, uint32_t bits, const uint8_t* id, uint32_t id_len, const uint8_t* peer_id,          \
-        uint32_t peer_len, const ZEV_ECCPrivateKey* d, const ZEV_ECCPrivateKey* td,              \
-        const ZEV_ECCPublicKey* tq, const ZEV_ECCPublicKey* pq, const ZEV_ECCPublicKey* ptq,     \
-        ZEV_AgreementOut* out
-int32_t __real_ZEV_SM2_GenerateKeyWithECC(ZEV_AGREEMENT_PARAMS);
-int32_t __wrap_ZEV_SM2_GenerateKeyWithECC(ZEV_AGREEMENT_PARAMS) {
-    ZevTimer timer;
-    return __real_ZEV_SM2_GenerateKeyWithECC(h, bits, id, id_len, peer_id, peer_len, d, td, tq, pq,
-                                             ptq, out);
-}
-int32_t __real_ZEV_SM2_GenerateKeyWithECC_Responder(ZEV_AGREEMENT_PARAMS);
-int32_t __wrap_ZEV_SM2_GenerateKeyWithECC_Responder(ZEV_AGREEMENT_PARAMS) {
-    ZevTimer timer;
-    return __real_ZEV_SM2_GenerateKeyWithECC_Responder(h, bits, id, id_len, peer_id, peer_len, d,
-                                                       td, tq, pq, ptq, out);
-}
-int32_t __real_ZEV_SM3(void*, const uint8_t*, uint32_t, uint8_t*, uint32_t*);
-int32_t __wrap_ZEV_SM3(void* h, const uint8_t* data, uint32_t len, uint8_t* digest,
-                       uint32_t* digest_len) {
-    ZevTimer timer;
-    return __real_ZEV_SM3(h, data, len, digest, digest_len);
-}
-int32_t __real_ZEV_HMAC_SM3(void*, const uint8_t*, uint32_t, const uint8_t*, uint32_t, uint8_t*,
-                            uint32_t);
-int32_t __wrap_ZEV_HMAC_SM3(void* h, const uint8_t* data, uint32_t len, const uint8_t* key,
-                            uint32_t key_len, uint8_t* mac, uint32_t mac_len) {
-    ZevTimer timer;
-    return __real_ZEV_HMAC_SM3(h, data, len, key, key_len, mac, mac_len);
-}
+void zev_wrap_leave() {
+    const int64_t ns = since(g_zev_start);
+    g_zev_all_ns += ns;
+    ++g_zev_all_calls;
+    if (g_inside_enrollee) {
+        g_zev_enrollee_ns += ns;
+        ++g_zev_enrollee_calls;
+    }
 }
 
 namespace {

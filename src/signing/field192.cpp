@@ -252,10 +252,6 @@ void f192_to_bytes(uint8_t out[24], const F192& a) {
 
 namespace {
 
-struct JacF {
-    F192 X, Y, Z;
-};
-
 // The curve's a and the table, in the form modulo p. Plain static storage, filled at set-up.
 F192 g_CurveA;
 F192 g_CombX[kFixedBaseEntries];
@@ -274,7 +270,8 @@ inline void fsub(F192& r, const F192& a, const F192& b) {
     f192_sub(r, a, b, P());
 }
 
-// The same formulas as point_double for a general a; Z = 0 (infinity) stays Z = 0.
+}  // namespace
+
 void jac_double(JacF& r, const JacF& p) {
     F192 xx, yy, yyyy, zz, s, m, t;
     fmul(xx, p.X, p.X);
@@ -306,9 +303,7 @@ void jac_double(JacF& r, const JacF& p) {
     r.Z = z3;
 }
 
-// The same formulas as point_add_mixed, without its special cases: the comb never adds a point
-// to itself or to its negative (see comb_mul), and it masks in the cases of infinity.
-void jac_add_affine(JacF& r, const JacF& p, const F192& x2, const F192& y2) {
+uint64_t jac_add_affine(JacF& r, const JacF& p, const F192& x2, const F192& y2) {
     F192 z1z1, u2, s2, h, rr, hh, hhh, v, t;
     fmul(z1z1, p.Z, p.Z);
     fmul(u2, x2, z1z1);
@@ -329,10 +324,19 @@ void jac_add_affine(JacF& r, const JacF& p, const F192& x2, const F192& y2) {
     fmul(t, p.Y, hhh);
     fsub(y3, y3, t);
     fmul(z3, p.Z, h);
+    const uint64_t same_x = f192_zero_mask(h);
+    const uint64_t same_point = same_x & f192_zero_mask(rr);
     r.X = x3;
     r.Y = y3;
     r.Z = z3;
+    return (same_x & 1u) | (same_point & 2u);
 }
+
+const F192& curve_a_mont() {
+    return g_CurveA;
+}
+
+namespace {
 
 void jac_cmov(JacF& r, const JacF& a, uint64_t mask) {
     f192_cmov(r.X, a.X, mask);

@@ -62,6 +62,22 @@ void f192_to_u32_limbs(uint32_t out[6], const F192& a);
 // 24 bytes big-endian, zero-padded.
 void f192_to_bytes(uint8_t out[24], const F192& a);
 
+// ---- Jacobian points modulo p, coordinates in the form ----------------------------------------
+// Z = 0 is the point at infinity. The formulas are for a general a (the WAPI curve's is not -3).
+struct JacF {
+    F192 X, Y, Z;
+};
+// 2P = (M^2 - 2S, M (S - X3) - 8 Y^4, 2YZ) with M = 3X^2 + aZ^4, S = 4XY^2; infinity stays
+// infinity.
+void jac_double(JacF& r, const JacF& p);
+// P + (x2, y2) by H = x2 Z^2 - X, R = y2 Z^3 - Y: X3 = R^2 - H^3 - 2 X H^2,
+// Y3 = R (X H^2 - X3) - Y H^3, Z3 = Z H. No special case: P must be finite and not +-(x2, y2).
+// Returns the masks of the cases it does not handle: bit 0 when H = 0 (same x), bit 1 when also
+// R = 0 (the same point), computed without branching.
+uint64_t jac_add_affine(JacF& r, const JacF& p, const F192& x2, const F192& y2);
+// The curve's a in the form (set up with the table).
+const F192& curve_a_mont();
+
 // ---- The constant-time comb k*G ----------------------------------------------------------
 // Loads the Montgomery-form copy of the fixed-base table (at curve set-up).
 void comb_table_load();

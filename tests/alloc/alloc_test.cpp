@@ -13,7 +13,7 @@
 
 #include "common/exchange.h"
 #include "wapiwps.h"
-#include "zev.h"
+#include "common/zev_wrap.h"
 
 #if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
 #include <unistd.h>
@@ -58,12 +58,7 @@ thread_local long g_allocations = 0;
     if (g_counting) ++g_allocations;
 }
 
-// Pauses counting for the length of a ZEV call.
-struct ZevCall {
-    bool was = g_counting;
-    ZevCall() { g_counting = false; }
-    ~ZevCall() { g_counting = was; }
-};
+thread_local bool g_zev_paused_counting = false;
 }  // namespace
 
 #if ALLOC_COUNTING
@@ -97,45 +92,14 @@ int posix_memalign(void** out, size_t alignment, size_t n) {
 }
 #endif
 
-// The ZEV calls the library makes, wrapped at link time (tests/alloc/extra.cmake).
-#if defined(ALLOC_ZEV_WRAPPED)
-extern "C" {
-int32_t __real_ZEV_SM2_GenerateAgreementDataWithECC(void*, ZEV_ECCPrivateKey*, ZEV_ECCPublicKey*);
-int32_t __wrap_ZEV_SM2_GenerateAgreementDataWithECC(void* h, ZEV_ECCPrivateKey* d,
-                                                    ZEV_ECCPublicKey* q) {
-    ZevCall pause;
-    return __real_ZEV_SM2_GenerateAgreementDataWithECC(h, d, q);
+// The ZEV calls, wrapped at link time (tests/alloc/extra.cmake): counting pauses inside them.
+void zev_wrap_enter() {
+    g_zev_paused_counting = g_counting;
+    g_counting = false;
 }
-int32_t __real_ZEV_SM2_GenerateKeyWithECC(void*, uint32_t, const uint8_t*, uint32_t,
-                                          const uint8_t*, uint32_t, const ZEV_ECCPrivateKey*,
-                                          const ZEV_ECCPrivateKey*, const ZEV_ECCPublicKey*,
-                                          const ZEV_ECCPublicKey*, const ZEV_ECCPublicKey*,
-                                          ZEV_AgreementOut*);
-int32_t __wrap_ZEV_SM2_GenerateKeyWithECC(void* h, uint32_t bits, const uint8_t* id,
-                                          uint32_t id_len, const uint8_t* peer_id,
-                                          uint32_t peer_len, const ZEV_ECCPrivateKey* d,
-                                          const ZEV_ECCPrivateKey* td, const ZEV_ECCPublicKey* tq,
-                                          const ZEV_ECCPublicKey* pq, const ZEV_ECCPublicKey* ptq,
-                                          ZEV_AgreementOut* out) {
-    ZevCall pause;
-    return __real_ZEV_SM2_GenerateKeyWithECC(h, bits, id, id_len, peer_id, peer_len, d, td, tq, pq,
-                                             ptq, out);
+void zev_wrap_leave() {
+    g_counting = g_zev_paused_counting;
 }
-int32_t __real_ZEV_SM3(void*, const uint8_t*, uint32_t, uint8_t*, uint32_t*);
-int32_t __wrap_ZEV_SM3(void* h, const uint8_t* data, uint32_t len, uint8_t* digest,
-                       uint32_t* digest_len) {
-    ZevCall pause;
-    return __real_ZEV_SM3(h, data, len, digest, digest_len);
-}
-int32_t __real_ZEV_HMAC_SM3(void*, const uint8_t*, uint32_t, const uint8_t*, uint32_t, uint8_t*,
-                            uint32_t);
-int32_t __wrap_ZEV_HMAC_SM3(void* h, const uint8_t* data, uint32_t len, const uint8_t* key,
-                            uint32_t key_len, uint8_t* mac, uint32_t mac_len) {
-    ZevCall pause;
-    return __real_ZEV_HMAC_SM3(h, data, len, key, key_len, mac, mac_len);
-}
-}
-#endif
 
 namespace {
 
@@ -184,16 +148,6 @@ const Mode kModes[] = {
 #if ALLOC_WITH_CHIP
 chipsim::Simulator* g_sim = nullptr;
 
-void wait_connected() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (g_SecureChipClient != nullptr) {
-            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
-            if (g_SecureChipClient->connected != 0) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
 #endif
 
 class NoAllocation : public ::testing::TestWithParam<Mode> {
@@ -241,7 +195,7 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
 #if ALLOC_WITH_CHIP
     if (m.chip) {
         o.secure_chip = true;
-        o.after_start = wait_connected;
+        o.after_start = exchange::wait_chip_connected;
     }
 #endif
     if (m.identity) {

@@ -1,9 +1,7 @@
-# The ZEV calls go through the test's wrappers, which pause the allocation count. Only where the
-# library reaches zev by plain symbols (not through a Windows import table).
+# The ZEV calls go through tests/common/zev_wrap.cpp, whose hooks pause the allocation count. Only
+# where the library reaches zev by plain symbols (not through a Windows import table).
 if(NOT WIN32)
-    target_link_options(${target} PRIVATE
-        -Wl,--wrap=ZEV_SM2_GenerateAgreementDataWithECC -Wl,--wrap=ZEV_SM2_GenerateKeyWithECC
-        -Wl,--wrap=ZEV_SM3 -Wl,--wrap=ZEV_HMAC_SM3)
+    target_link_options(${target} PRIVATE ${WAPIWPS_ZEV_WRAP_OPTIONS})
     target_compile_definitions(${target} PRIVATE ALLOC_ZEV_WRAPPED=1)
 endif()
 # The chip-signed exchange runs the secure-chip service simulator in-process.

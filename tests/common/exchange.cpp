@@ -1,11 +1,15 @@
 // The in-process exchange harness.
 #include "common/exchange.h"
 
+#include <chrono>
 #include <cstring>
 #include <deque>
+#include <mutex>
+#include <thread>
 
 #include "api/context.h"
 #include "platform/platform.h"
+#include "signing/securechip.h"
 #include "wapiwps.h"
 
 namespace exchange {
@@ -68,6 +72,17 @@ std::optional<Bytes> Transcript::sent_message(uint8_t message_type) const {
         if (s.frame[kMessageOffset + 9] == message_type) return Bytes(s.frame.begin() + kMessageOffset, s.frame.end());
     }
     return std::nullopt;
+}
+
+void wait_chip_connected() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (g_SecureChipClient != nullptr) {
+            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+            if (g_SecureChipClient->connected != 0) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
 }
 
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }

@@ -93,6 +93,10 @@ struct Transcript {
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
 
+// Waits (bounded, 10 s) until the newest secure-chip client has connected to its service: the
+// after_start hook of chip-signed runs.
+void wait_chip_connected();
+
 // Text address helper: the bytes of a string, without NUL.
 Bytes text(const std::string& s);
 
