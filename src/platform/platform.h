@@ -84,4 +84,12 @@ uint32_t os_version();
 // Sleeps the calling thread.
 void sleep_ms(uint32_t ms);
 
+// ---- Constant-time checking ------------------------------------------------------------------
+// Tells valgrind's memcheck that n bytes derived from secrets are public from here on (a
+// signature half, a public key, the decision to redraw a nonce). The constant-time test runs the
+// signing code under memcheck with the secrets marked undefined, so any branch or memory index
+// on a secret is reported; values that legitimately become public pass through here first.
+// Compiled to nothing where valgrind's header is absent, and a no-op outside valgrind.
+void declassify(const void* p, size_t n);
+
 }  // namespace platform
