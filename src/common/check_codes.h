@@ -169,7 +169,7 @@ inline constexpr CheckRow kCheckRows[] = {
      "EAP-Failure after a NACK or an M2D: the run ended without a credential; WapiWps_GetStatus says why."},
 
     {CheckId::DropOutOfOrder,         -100,  "dispatcher", kOutOfOrder,    "Drop packet, error code is -100.\r\n",
-     "Frame dropped, nothing to send: no run, the wrong moment of the exchange, another flavour or message type, or a missing buffer (after an M8 fragment the ACK is in the buffer and *outLen is set)."},
+     "Frame dropped, nothing to send (the same code for each of the dispatcher's refusals): no run, the wrong moment of the exchange, another flavour or message type, or a missing buffer (after an M8 fragment the ACK is in the buffer and *outLen is set)."},
     {CheckId::DropOutOfOrderStart,    -100,  "dispatcher", kOutOfOrder,    "drop it, error code is -100.\r\n",
      "Start dropped: it arrived at another moment than after Response/Identity."},
     {CheckId::DropOutOfOrderMessage,  -100,  "dispatcher", kOutOfOrder,    "",
@@ -316,7 +316,7 @@ inline constexpr CheckRow kCheckRows[] = {
     {CheckId::M6EncrSettings,          -58,  "M6", kAttribute,     "Unpack M6 error, error code is -58.\r\n",
      "M6 refused: Encrypted Settings missing."},
     {CheckId::M6PadValue,              -59,  "M6", kSettings,      "pad value is error.\r\n",
-     "M6 or M8 refused: the Encrypted Settings do not unpad (padding value or bytes) or, in M6, their Key Wrap Authenticator does not match."},
+     "M6 or M8 refused: the last padding byte of the Encrypted Settings exceeds their length, or (same code) the padding bytes differ or, in M6, the Key Wrap Authenticator does not match."},
     {CheckId::M6PadString,             -59,  "M6", kSettings,      "pad string is error.\r\n",
      "M6 refused: the padding bytes of the Encrypted Settings differ."},
     {CheckId::M6KeyWrapAuth,           -59,  "M6", kSettings,      "Unpack M6 error, error code is -59.\r\n",
