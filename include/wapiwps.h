@@ -209,6 +209,17 @@ WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetTraceCallback(wapiwps_trace_fn fn, v
 
 /* ---- Extension: buffer sizes, run status and result texts ---------------------------------- */
 
+/*
+ * A UTF-16 string literal of the type SetDeviceInfo takes: L"..." on Windows, u"..." elsewhere
+ * (C11 or C++11; in C99 spell the array out). WAPIWPS_UTF16("Office laptop") works in C and C++
+ * on every platform.
+ */
+#if defined(_WIN32)
+#define WAPIWPS_UTF16(text) L##text
+#else
+#define WAPIWPS_UTF16(text) u##text
+#endif
+
 /* Buffers the host provides to the result getters. */
 #define WAPIWPS_NETWORK_KEY_MAX 64   /* key of GetWPSResult_PSK */
 #define WAPIWPS_CERT_LIST_MAX 4096   /* certList of the GetWPSResult_Cert family */
