@@ -103,37 +103,6 @@ const AttributeInfo* find_attribute(uint16_t type) {
     return nullptr;
 }
 
-const char* message_type_name(uint8_t type) {
-    switch (type) {
-        case 0x04:
-            return "M1";
-        case 0x05:
-            return "M2";
-        case 0x06:
-            return "M2D";
-        case 0x07:
-            return "M3";
-        case 0x08:
-            return "M4";
-        case 0x09:
-            return "M5";
-        case 0x0A:
-            return "M6";
-        case 0x0B:
-            return "M7";
-        case 0x0C:
-            return "M8";
-        case 0x0D:
-            return "ACK";
-        case 0x0E:
-            return "NACK";
-        case 0x0F:
-            return "Done";
-        default:
-            return "unknown";
-    }
-}
-
 const char* op_code_name(uint8_t op) {
     switch (op) {
         case kOpStart:
@@ -237,6 +206,48 @@ uint8_t find_message_type(std::span<const uint8_t> body) {
 }
 
 }  // namespace
+
+const char* message_type_name(uint8_t type) {
+    switch (type) {
+        case 0x04:
+            return "M1";
+        case 0x05:
+            return "M2";
+        case 0x06:
+            return "M2D";
+        case 0x07:
+            return "M3";
+        case 0x08:
+            return "M4";
+        case 0x09:
+            return "M5";
+        case 0x0A:
+            return "M6";
+        case 0x0B:
+            return "M7";
+        case 0x0C:
+            return "M8";
+        case 0x0D:
+            return "ACK";
+        case 0x0E:
+            return "NACK";
+        case 0x0F:
+            return "Done";
+        default:
+            return "unknown";
+    }
+}
+
+const char* wps_mode_name(uint32_t mode) {
+    switch (mode) {
+        case 1:
+            return "Wi-Fi flavour";
+        case 3:
+            return "WAPI certificate mode";
+        default:
+            return "WAPI pre-shared-key mode";
+    }
+}
 
 std::string mac_to_string(const Mac& mac) {
     return format("%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);

@@ -42,6 +42,8 @@ std::string returned_as(const CheckRow& row) {
     const std::string where = row.where;
     const bool checker = where == "Request/Identity" || where == "Start" || where == "EAP-Failure";
     if (checker) return std::to_string(WAPIWPS_CHECKER_BASE + row.code);
+    if (row.id == CheckId::DropM7NotBuilt || row.id == CheckId::DropFragmentBounds)
+        return "0 (NACK 18 sent)";
     if (where == "result" || row.code == -100) return std::to_string(row.code);
     return "0 (NACK 18 sent)";
 }
