@@ -46,6 +46,10 @@ void clear_failed_check() {
     g_FailedCheckLine[0] = '\0';
 }
 
-const CheckRow* last_failed_check() { return g_FailedCheck; }
+const CheckRow* last_failed_check() {
+    return g_FailedCheck;
+}
 
-const char* last_failed_check_line() { return g_FailedCheckLine; }
+const char* last_failed_check_line() {
+    return g_FailedCheckLine;
+}

@@ -44,12 +44,18 @@ int32_t config_error_of(std::span<const uint8_t> body) {
 // The message we sent last, by the state that waits for the answer to it.
 uint32_t last_sent_message() {
     switch (g_State_Machine) {
-        case WAIT_M2: return WPS_MSG_TYPE_M1;
-        case WAIT_M4: return WPS_MSG_TYPE_M3;
-        case WAIT_M6: return WPS_MSG_TYPE_M5;
-        case WAIT_M8: return WPS_MSG_TYPE_M7;
-        case WAIT_REQUEST_FAILURE: return WPS_MSG_TYPE_DONE;
-        default: return 0;
+        case WAIT_M2:
+            return WPS_MSG_TYPE_M1;
+        case WAIT_M4:
+            return WPS_MSG_TYPE_M3;
+        case WAIT_M6:
+            return WPS_MSG_TYPE_M5;
+        case WAIT_M8:
+            return WPS_MSG_TYPE_M7;
+        case WAIT_REQUEST_FAILURE:
+            return WPS_MSG_TYPE_DONE;
+        default:
+            return 0;
     }
 }
 

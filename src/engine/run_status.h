@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <span>
 
-constexpr size_t kStatusTextLen = 33;   // 32 bytes of a registrar's text and a NUL
+constexpr size_t kStatusTextLen = 33;  // 32 bytes of a registrar's text and a NUL
 constexpr size_t kStatusDetailLen = 128;
 
 struct RunStatus {

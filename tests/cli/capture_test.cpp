@@ -24,7 +24,8 @@ struct CliRun {
 
 CliRun wapiwps(const std::string& args) {
     CliRun r;
-    const std::string command = "timeout 60 " + std::string(WAPIWPS_CLI_BINARY) + " " + args + " 2>&1";
+    const std::string command =
+        "timeout 60 " + std::string(WAPIWPS_CLI_BINARY) + " " + args + " 2>&1";
     FILE* p = popen(command.c_str(), "r");
     if (p == nullptr) return r;
     char buf[4096];
@@ -40,8 +41,8 @@ std::string temp_file(const std::string& name) {
 
 // A pcap file of bare EAPOL frames (link type USER0, as other tools write them), little-endian.
 void write_raw_capture(const std::string& path, const std::vector<std::vector<uint8_t>>& frames) {
-    std::vector<uint8_t> file = {0xD4, 0xC3, 0xB2, 0xA1, 2, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0,
-                                 0xFF, 0xFF, 0, 0, 147, 0, 0, 0};
+    std::vector<uint8_t> file = {0xD4, 0xC3, 0xB2, 0xA1, 2,    0,    4, 0, 0,   0, 0, 0,
+                                 0,    0,    0,    0,    0xFF, 0xFF, 0, 0, 147, 0, 0, 0};
     auto le32 = [&](uint32_t v) {
         for (int i = 0; i < 4; ++i) file.push_back(static_cast<uint8_t>(v >> (8 * i)));
     };
@@ -52,8 +53,9 @@ void write_raw_capture(const std::string& path, const std::vector<std::vector<ui
         le32(static_cast<uint32_t>(f.size()));
         file.insert(file.end(), f.begin(), f.end());
     }
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(file.data()),
-                                                static_cast<std::streamsize>(file.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(file.data()),
+               static_cast<std::streamsize>(file.size()));
 }
 
 TEST(CaptureCommands, ADemoCaptureDecodesAndReplaysUpToTheUnavoidableDivergence) {

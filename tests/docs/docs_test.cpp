@@ -66,7 +66,9 @@ DOCS_LINKAGE uint32_t receive_frame(uint8_t* frame, uint32_t cap, uint32_t timeo
     return static_cast<uint32_t>(n);
 }
 
-DOCS_LINKAGE uint32_t now_ms(void) { return g_link.clock_ms; }
+DOCS_LINKAGE uint32_t now_ms(void) {
+    return g_link.clock_ms;
+}
 
 namespace {
 
@@ -88,7 +90,7 @@ registrar::Config config(uint32_t mode, const char* pin) {
 }
 
 class DocsExample : public testing::Test {
-protected:
+  protected:
     void use(const registrar::Config& c, size_t lose = SIZE_MAX) {
         registrar_ = std::make_unique<registrar::Registrar>(c);
         g_link = Link{};

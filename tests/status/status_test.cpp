@@ -31,7 +31,7 @@ struct StatusCase {
     const char* name;
     int32_t wps_mode;
     registrar::Fault fault;
-    bool chip_fails;       // the run claims the secure chip, but no service client exists
+    bool chip_fails;  // the run claims the secure chip, but no service client exists
     int32_t last_result;
     uint32_t outcome;
     uint32_t reason;

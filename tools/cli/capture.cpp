@@ -17,7 +17,7 @@ constexpr uint16_t kEthertypeVlan = 0x8100;
 constexpr size_t kVlanTagLen = 4;
 constexpr size_t kSllHeaderLen = 16;
 constexpr size_t kSll2HeaderLen = 20;
-constexpr size_t kMessageOffset = 18;     // EAPOL, EAP and WSC headers
+constexpr size_t kMessageOffset = 18;    // EAPOL, EAP and WSC headers
 constexpr size_t kLibraryPrefixLen = 8;  // the library's MAC-mode prefix: address, 0x89, 0x1B
 constexpr uint8_t kEapolTypeEapPacket = 0;
 constexpr uint8_t kEapRequest = 1;
@@ -35,7 +35,9 @@ struct Packet {
     std::string note;  // why a packet is not EAPOL
 };
 
-uint16_t be16_at(const u_char* p) { return static_cast<uint16_t>((p[0] << 8) | p[1]); }
+uint16_t be16_at(const u_char* p) {
+    return static_cast<uint16_t>((p[0] << 8) | p[1]);
+}
 
 // Short frames arrive padded to the Ethernet minimum: cut back to what the EAPOL header declares.
 Bytes eapol_of(const u_char* p, size_t n) {
@@ -166,7 +168,8 @@ uint32_t mode_of(const std::vector<Packet>& packets) {
         if (p.frame[8] != 242) continue;
         wapi = true;
         const FrameInfo info = classify_frame(p.frame);
-        if (info.kind != FrameKind::Message || (info.message_type != 0x04 && info.message_type != 0x05))
+        if (info.kind != FrameKind::Message ||
+            (info.message_type != 0x04 && info.message_type != 0x05))
             continue;
         const size_t start = kMessageOffset + ((info.flags & 0x02) != 0 ? 2 : 0);
         for (size_t at = start; at + 4 <= p.frame.size();) {
@@ -181,18 +184,30 @@ uint32_t mode_of(const std::vector<Packet>& packets) {
 
 const char* reason_name(uint32_t reason) {
     switch (reason) {
-        case WAPIWPS_REASON_MALFORMED_FRAME: return "malformed frame";
-        case WAPIWPS_REASON_OUT_OF_ORDER: return "out of order";
-        case WAPIWPS_REASON_NOT_OURS: return "not ours";
-        case WAPIWPS_REASON_AUTHENTICATOR: return "Authenticator mismatch";
-        case WAPIWPS_REASON_WRONG_PASSWORD: return "wrong device password";
-        case WAPIWPS_REASON_SETTINGS: return "settings do not decrypt or unpad";
-        case WAPIWPS_REASON_ATTRIBUTE: return "missing or malformed attribute";
-        case WAPIWPS_REASON_KEY_AGREEMENT: return "key agreement failed";
-        case WAPIWPS_REASON_SECURE_CHIP: return "secure-chip failure";
-        case WAPIWPS_REASON_CREDENTIAL: return "credential refused";
-        case WAPIWPS_REASON_NO_RUN: return "no run";
-        default: return "none";
+        case WAPIWPS_REASON_MALFORMED_FRAME:
+            return "malformed frame";
+        case WAPIWPS_REASON_OUT_OF_ORDER:
+            return "out of order";
+        case WAPIWPS_REASON_NOT_OURS:
+            return "not ours";
+        case WAPIWPS_REASON_AUTHENTICATOR:
+            return "Authenticator mismatch";
+        case WAPIWPS_REASON_WRONG_PASSWORD:
+            return "wrong device password";
+        case WAPIWPS_REASON_SETTINGS:
+            return "settings do not decrypt or unpad";
+        case WAPIWPS_REASON_ATTRIBUTE:
+            return "missing or malformed attribute";
+        case WAPIWPS_REASON_KEY_AGREEMENT:
+            return "key agreement failed";
+        case WAPIWPS_REASON_SECURE_CHIP:
+            return "secure-chip failure";
+        case WAPIWPS_REASON_CREDENTIAL:
+            return "credential refused";
+        case WAPIWPS_REASON_NO_RUN:
+            return "no run";
+        default:
+            return "none";
     }
 }
 
@@ -217,8 +232,7 @@ int run_decode(const Options& opt) {
         FrameDecoder& decoder = d == Direction::ToRegistrar  ? to_registrar
                                 : d == Direction::ToEnrollee ? to_enrollee
                                                              : unknown;
-        print_frame(static_cast<int>(p.number), direction_label(d), p.src, p.dst, p.frame,
-                    decoder);
+        print_frame(static_cast<int>(p.number), direction_label(d), p.src, p.dst, p.frame, decoder);
         if (classify_frame(p.frame).kind == FrameKind::Unknown)
             std::printf("    (not a frame of this exchange: shown as far as it parses)\n");
     }
@@ -246,8 +260,9 @@ int run_replay(const Options& given) {
     std::printf("wapiwps replay: %s in %s%s; the registrar's frames go to the library in order\n",
                 given.input_path.c_str(), wps_mode_name(opt.wps_mode),
                 opt.mode_given ? "" : " (from the capture)");
-    std::printf("  (the library makes its own nonces and keys: from M2 on the captured frames were "
-                "made for another M1, so the replay diverges there)\n");
+    std::printf(
+        "  (the library makes its own nonces and keys: from M2 on the captured frames were "
+        "made for another M1, so the replay diverges there)\n");
 
     Enrollee enrollee(opt, own, peer);
     Mac dst{};
@@ -278,8 +293,9 @@ int run_replay(const Options& given) {
         if (st.outcome == WAPIWPS_OUTCOME_REFUSED && st.message == 0x05 &&
             (st.code == -21 || st.code == -24)) {
             if (!diverged)
-                std::printf("  replay: M2 was made for the captured enrollee's M1, not for ours; "
-                            "the frames after it cannot be checked\n");
+                std::printf(
+                    "  replay: M2 was made for the captured enrollee's M1, not for ours; "
+                    "the frames after it cannot be checked\n");
             diverged = true;
         } else if (st.outcome == WAPIWPS_OUTCOME_REFUSED) {
             stopped_early = true;
@@ -288,9 +304,8 @@ int run_replay(const Options& given) {
             stopped_early = true;
     }
     enrollee.print_reason();
-    std::printf("result: %s\n", stopped_early
-                                    ? "the capture shows why the exchange stopped (above)"
-                                    : "no reason to stop before the replay diverged");
+    std::printf("result: %s\n", stopped_early ? "the capture shows why the exchange stopped (above)"
+                                              : "no reason to stop before the replay diverged");
     if (enrollee.state() != WAPIWPS_WAIT_START) StopWPS();
     return stopped_early ? kExitFailed : kExitOk;
 }

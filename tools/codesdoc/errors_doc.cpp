@@ -10,19 +10,32 @@ namespace {
 
 const char* reason_name(uint32_t reason) {
     switch (reason) {
-        case WAPIWPS_REASON_NONE: return "";
-        case WAPIWPS_REASON_MALFORMED_FRAME: return "MALFORMED_FRAME";
-        case WAPIWPS_REASON_OUT_OF_ORDER: return "OUT_OF_ORDER";
-        case WAPIWPS_REASON_NOT_OURS: return "NOT_OURS";
-        case WAPIWPS_REASON_AUTHENTICATOR: return "AUTHENTICATOR";
-        case WAPIWPS_REASON_WRONG_PASSWORD: return "WRONG_PASSWORD";
-        case WAPIWPS_REASON_SETTINGS: return "SETTINGS";
-        case WAPIWPS_REASON_ATTRIBUTE: return "ATTRIBUTE";
-        case WAPIWPS_REASON_KEY_AGREEMENT: return "KEY_AGREEMENT";
-        case WAPIWPS_REASON_SECURE_CHIP: return "SECURE_CHIP";
-        case WAPIWPS_REASON_CREDENTIAL: return "CREDENTIAL";
-        case WAPIWPS_REASON_NO_RUN: return "NO_RUN";
-        default: return "?";
+        case WAPIWPS_REASON_NONE:
+            return "";
+        case WAPIWPS_REASON_MALFORMED_FRAME:
+            return "MALFORMED_FRAME";
+        case WAPIWPS_REASON_OUT_OF_ORDER:
+            return "OUT_OF_ORDER";
+        case WAPIWPS_REASON_NOT_OURS:
+            return "NOT_OURS";
+        case WAPIWPS_REASON_AUTHENTICATOR:
+            return "AUTHENTICATOR";
+        case WAPIWPS_REASON_WRONG_PASSWORD:
+            return "WRONG_PASSWORD";
+        case WAPIWPS_REASON_SETTINGS:
+            return "SETTINGS";
+        case WAPIWPS_REASON_ATTRIBUTE:
+            return "ATTRIBUTE";
+        case WAPIWPS_REASON_KEY_AGREEMENT:
+            return "KEY_AGREEMENT";
+        case WAPIWPS_REASON_SECURE_CHIP:
+            return "SECURE_CHIP";
+        case WAPIWPS_REASON_CREDENTIAL:
+            return "CREDENTIAL";
+        case WAPIWPS_REASON_NO_RUN:
+            return "NO_RUN";
+        default:
+            return "?";
     }
 }
 
@@ -59,8 +72,10 @@ std::string errors_markdown() {
         "\n"
         "`ProcessReceivePacket` returns the results 0, 1, 2, 100 and -100 and, for the checkers\n"
         "of Request/Identity, Start and EAP-Failure, `65536 + code`. A refused M2, M4, M6 or M8\n"
-        "is answered with a NACK (Configuration Error 18) and result 0; its code, reason and trace\n"
-        "line are then in `WapiWps_GetStatus`. Message-frame header codes (-101 ... -108) come from\n"
+        "is answered with a NACK (Configuration Error 18) and result 0; its code, reason and "
+        "trace\n"
+        "line are then in `WapiWps_GetStatus`. Message-frame header codes (-101 ... -108) come "
+        "from\n"
         "the check that runs before each of those parsers. Some codes are shared on purpose; the\n"
         "trace line tells the checks apart, and the first row of a code is what\n"
         "`WapiWps_ResultText` returns for it.\n"
