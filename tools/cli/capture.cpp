@@ -13,106 +13,13 @@
 namespace cli {
 namespace {
 
-constexpr uint16_t kEthertypeVlan = 0x8100;
-constexpr size_t kVlanTagLen = 4;
-constexpr size_t kSllHeaderLen = 16;
-constexpr size_t kSll2HeaderLen = 20;
-constexpr size_t kMessageOffset = 18;    // EAPOL, EAP and WSC headers
-constexpr size_t kLibraryPrefixLen = 8;  // the library's MAC-mode prefix: address, 0x89, 0x1B
+constexpr size_t kMessageOffset = 18;  // EAPOL, EAP and WSC headers
 constexpr uint8_t kEapolTypeEapPacket = 0;
 constexpr uint8_t kEapRequest = 1;
 constexpr uint8_t kEapFailure = 4;
 constexpr Mac kUnknownMac = {};
 
 enum class Direction { ToRegistrar, ToEnrollee, Unknown };
-
-// One packet of the capture, as far as the transcript is concerned.
-struct Packet {
-    size_t number = 0;  // 1-based, counting every packet of the file
-    Mac src{}, dst{};
-    bool eapol = false;
-    Bytes frame;       // the EAPOL frame (from its header), cut to its declared length
-    std::string note;  // why a packet is not EAPOL
-};
-
-uint16_t be16_at(const u_char* p) {
-    return static_cast<uint16_t>((p[0] << 8) | p[1]);
-}
-
-// Short frames arrive padded to the Ethernet minimum: cut back to what the EAPOL header declares.
-Bytes eapol_of(const u_char* p, size_t n) {
-    Bytes frame(p, p + n);
-    if (frame.size() >= 4) {
-        const size_t declared = 4 + static_cast<size_t>(be16_at(p + 2));
-        if (declared < frame.size()) frame.resize(declared);
-    }
-    return frame;
-}
-
-std::string hex16(uint16_t v) {
-    char text[8];
-    std::snprintf(text, sizeof text, "0x%04x", v);
-    return text;
-}
-
-Packet classify_packet(int linktype, const u_char* data, size_t n, size_t number) {
-    Packet p;
-    p.number = number;
-    auto ethertype_payload = [&](uint16_t type, size_t at) {
-        if (type == kEthertypeEapol) {
-            p.eapol = true;
-            p.frame = eapol_of(data + at, n - at);
-        } else {
-            p.note = "not EAPOL: ethertype " + hex16(type);
-        }
-    };
-    switch (linktype) {
-        case DLT_EN10MB: {
-            if (n < kEthernetHeaderLen) {
-                p.note = "truncated Ethernet header";
-                return p;
-            }
-            std::copy(data, data + 6, p.dst.begin());
-            std::copy(data + 6, data + 12, p.src.begin());
-            uint16_t type = be16_at(data + 12);
-            size_t at = kEthernetHeaderLen;
-            if (type == kEthertypeVlan && n >= at + kVlanTagLen) {
-                type = be16_at(data + at + 2);
-                at += kVlanTagLen;
-            }
-            ethertype_payload(type, at);
-            return p;
-        }
-        case DLT_LINUX_SLL:
-            if (n < kSllHeaderLen) {
-                p.note = "truncated Linux cooked header";
-                return p;
-            }
-            ethertype_payload(be16_at(data + 14), kSllHeaderLen);
-            return p;
-#ifdef DLT_LINUX_SLL2
-        case DLT_LINUX_SLL2:
-            if (n < kSll2HeaderLen) {
-                p.note = "truncated Linux cooked header";
-                return p;
-            }
-            ethertype_payload(be16_at(data), kSll2HeaderLen);
-            return p;
-#endif
-        default:
-            // Bare EAPOL frames (as other tools write them), or the library's own MAC-mode
-            // output with its 8-byte prefix in front.
-            if (n >= kLibraryPrefixLen + 4 && data[6] == 0x89 && data[7] == 0x1B) {
-                std::copy(data, data + 6, p.dst.begin());
-                p.eapol = true;
-                p.frame = eapol_of(data + kLibraryPrefixLen, n - kLibraryPrefixLen);
-            } else {
-                p.eapol = true;
-                p.frame = eapol_of(data, n);
-            }
-            return p;
-    }
-}
 
 // Reads every packet of a capture file. False, with `error`, when the file cannot be read.
 bool read_capture(const std::string& path, std::vector<Packet>& packets, std::string& error) {
@@ -127,7 +34,8 @@ bool read_capture(const std::string& path, std::vector<Packet>& packets, std::st
     const u_char* data = nullptr;
     int rc;
     while ((rc = pcap_next_ex(in, &header, &data)) == 1)
-        packets.push_back(classify_packet(linktype, data, header->caplen, packets.size() + 1));
+        packets.push_back(capture_packet(linktype, std::span<const uint8_t>(data, header->caplen),
+                                         packets.size() + 1));
     if (rc == PCAP_ERROR) {
         // A file cut short mid-packet still yields the packets before the cut.
         std::fprintf(stderr, "wapiwps: %s: %s (the packets before it are used)\n", path.c_str(),
@@ -173,8 +81,8 @@ uint32_t mode_of(const std::vector<Packet>& packets) {
             continue;
         const size_t start = kMessageOffset + ((info.flags & 0x02) != 0 ? 2 : 0);
         for (size_t at = start; at + 4 <= p.frame.size();) {
-            const uint16_t type = be16_at(p.frame.data() + at);
-            const size_t len = be16_at(p.frame.data() + at + 2);
+            const uint16_t type = static_cast<uint16_t>((p.frame[at] << 8) | p.frame[at + 1]);
+            const size_t len = static_cast<size_t>((p.frame[at + 2] << 8) | p.frame[at + 3]);
             if (type == 0x1FF9) return 3;
             at += 4 + len;
         }

@@ -99,6 +99,22 @@ class FrameDecoder {
     bool in_fragments_ = false;
 };
 
+// ---- Capture files -------------------------------------------------------------------------
+// One packet of a capture file, as far as the transcript is concerned.
+struct Packet {
+    size_t number = 0;  // 1-based, counting every packet of the file
+    Mac src{}, dst{};   // zero when the link type carries none
+    bool eapol = false;
+    Bytes frame;        // the EAPOL frame (from its header), cut to its declared length
+    std::string note;   // why a packet is not EAPOL
+};
+// Link types (pcap LINKTYPE_ values) read as such; any other is taken as bare EAPOL frames.
+constexpr int kLinkEthernet = 1;
+constexpr int kLinkLinuxCooked = 113;
+constexpr int kLinkLinuxCooked2 = 276;
+// Takes the EAPOL frame out of one captured packet. Never reads past `data`.
+Packet capture_packet(int linktype, std::span<const uint8_t> data, size_t number);
+
 // ---- pcap output -----------------------------------------------------------------------------
 // Writes frames as Ethernet/EAPOL packets to a pcap file (libpcap's dump writer, DLT_EN10MB).
 class PcapWriter {

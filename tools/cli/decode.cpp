@@ -612,4 +612,79 @@ bool split_prefix(std::span<const uint8_t> out, Mac& dst, Bytes& eapol) {
     return true;
 }
 
+// ---- Capture files -------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint16_t kEthertypeVlan = 0x8100;
+constexpr size_t kVlanTagLen = 4;
+constexpr size_t kSllHeaderLen = 16;
+constexpr size_t kSll2HeaderLen = 20;
+constexpr size_t kLibraryPrefixLen = 8;  // the library's MAC-mode prefix: address, 0x89, 0x1B
+
+// Short frames arrive padded to the Ethernet minimum: cut back to what the EAPOL header declares.
+Bytes eapol_of(std::span<const uint8_t> bytes) {
+    Bytes frame(bytes.begin(), bytes.end());
+    if (frame.size() >= 4) {
+        const size_t declared = 4 + static_cast<size_t>(be16(bytes, 2));
+        if (declared < frame.size()) frame.resize(declared);
+    }
+    return frame;
+}
+
+}  // namespace
+
+Packet capture_packet(int linktype, std::span<const uint8_t> data, size_t number) {
+    Packet p;
+    p.number = number;
+    const size_t n = data.size();
+    auto ethertype_payload = [&](uint16_t type, size_t at) {
+        if (type == kEthertypeEapol) {
+            p.eapol = true;
+            p.frame = eapol_of(data.subspan(at));
+        } else {
+            p.note = format("not EAPOL: ethertype 0x%04x", type);
+        }
+    };
+    switch (linktype) {
+        case kLinkEthernet: {
+            if (n < kEthernetHeaderLen) {
+                p.note = "truncated Ethernet header";
+                return p;
+            }
+            std::copy(data.begin(), data.begin() + 6, p.dst.begin());
+            std::copy(data.begin() + 6, data.begin() + 12, p.src.begin());
+            uint16_t type = be16(data, 12);
+            size_t at = kEthernetHeaderLen;
+            if (type == kEthertypeVlan && n >= at + kVlanTagLen) {
+                type = be16(data, at + 2);
+                at += kVlanTagLen;
+            }
+            ethertype_payload(type, at);
+            return p;
+        }
+        case kLinkLinuxCooked:
+        case kLinkLinuxCooked2: {
+            const bool v2 = linktype == kLinkLinuxCooked2;
+            if (n < (v2 ? kSll2HeaderLen : kSllHeaderLen)) {
+                p.note = "truncated Linux cooked header";
+                return p;
+            }
+            ethertype_payload(be16(data, v2 ? 0 : 14), v2 ? kSll2HeaderLen : kSllHeaderLen);
+            return p;
+        }
+        default:
+            // Bare EAPOL frames (as other tools write them), or the library's own MAC-mode
+            // output with its 8-byte prefix in front.
+            p.eapol = true;
+            if (n >= kLibraryPrefixLen + 4 && data[6] == 0x89 && data[7] == 0x1B) {
+                std::copy(data.begin(), data.begin() + 6, p.dst.begin());
+                p.frame = eapol_of(data.subspan(kLibraryPrefixLen));
+            } else {
+                p.frame = eapol_of(data);
+            }
+            return p;
+    }
+}
+
 }  // namespace cli
