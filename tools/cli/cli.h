@@ -82,7 +82,7 @@ struct FrameInfo {
 FrameInfo classify_frame(std::span<const uint8_t> eapol);
 
 // The protocol state the enrollee is in after a ProcessReceivePacket call, mirrored from the
-// result and from the answer it wrote (the library exposes no state getter).
+// result and from the answer it wrote (for a library without WapiWps_GetStatus).
 int mirror_state(int state, int32_t result, std::span<const uint8_t> answer);
 
 // Turns frames into readable transcript lines. One decoder per direction: it also collects the

@@ -139,7 +139,11 @@ int32_t Enrollee::receive(std::span<const uint8_t> frame, Mac& dst, Bytes& answe
     }
     std::printf("  ProcessReceivePacket = %s%s\n", describe_result(result).c_str(),
                 answer.empty() ? "" : ", answer written");
-    int next = mirror_state(state_, result, answer);
+    // The state as the library reports it.
+    WapiWpsStatus status{};
+    status.size = sizeof status;
+    const int next = WapiWps_GetStatus(&status) == 0 ? static_cast<int>(status.state)
+                                                     : mirror_state(state_, result, answer);
     if (next != state_) {
         std::printf("state %s -> %s\n", state_name(state_), state_name(next));
         state_ = next;
