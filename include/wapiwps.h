@@ -237,7 +237,8 @@ WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetTraceCallback(wapiwps_trace_fn fn, v
 #define WAPIWPS_OUTCOME_NACK 3         /* the registrar sent a NACK: it refused the run */
 #define WAPIWPS_OUTCOME_M2D 4          /* the registrar sent M2D: it is not ready for us */
 #define WAPIWPS_OUTCOME_REFUSED 5      /* we refused a registrar message (NACK 18 sent) */
-#define WAPIWPS_OUTCOME_STOPPED 6      /* StopWPS abandoned the run before it ended */
+#define WAPIWPS_OUTCOME_STOPPED 6      /* StopWPS abandoned the run before it ended (or
+                                          StartWPS was refused, e.g. for WPS mode 0) */
 
 /* Reason classes (WapiWpsStatus.reason for the outcome, lastReason for the last frame). */
 #define WAPIWPS_REASON_NONE 0
