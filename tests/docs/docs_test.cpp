@@ -7,6 +7,7 @@
 #include <cstring>
 #include <deque>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -143,6 +144,15 @@ TEST_F(DocsExample, GuideLoopNamesAWrongPin) {
     EXPECT_EQ(st.reason, uint32_t{WAPIWPS_REASON_WRONG_PASSWORD});
     // Outside a run the certificate reader refuses.
     EXPECT_EQ(-1, read_certificate());
+}
+
+// The platform's own UTF-16 literal is the header's UTF-16 type, without a cast.
+TEST(Utf16Literal, IsTheDeviceNameType) {
+#if defined(_WIN32)
+    EXPECT_EQ(0, SetDeviceInfo(kUuid, L"Office laptop"));
+#else
+    EXPECT_EQ(0, SetDeviceInfo(kUuid, u"Office laptop"));
+#endif
 }
 
 TEST(ErrorsDoc, MatchesTheTableOfCheckCodes) {
