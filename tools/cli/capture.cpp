@@ -21,12 +21,12 @@ constexpr Mac kUnknownMac = {};
 
 enum class Direction { ToRegistrar, ToEnrollee, Unknown };
 
-// Reads every packet of a capture file. False, with `error`, when the file cannot be read.
-bool read_capture(const std::string& path, std::vector<Packet>& packets, std::string& error) {
+// Reads every packet of a capture file. False, with a message, when the file cannot be read.
+bool read_capture(const std::string& path, std::vector<Packet>& packets) {
     char errbuf[PCAP_ERRBUF_SIZE] = {};
     pcap_t* in = pcap_open_offline(path.c_str(), errbuf);
     if (in == nullptr) {
-        error = "cannot read " + path + ": " + errbuf;
+        std::fprintf(stderr, "wapiwps: cannot read %s: %s\n", path.c_str(), errbuf);
         return false;
     }
     const int linktype = pcap_datalink(in);
@@ -123,11 +123,7 @@ const char* reason_name(uint32_t reason) {
 
 int run_decode(const Options& opt) {
     std::vector<Packet> packets;
-    std::string error;
-    if (!read_capture(opt.input_path, packets, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
+    if (!read_capture(opt.input_path, packets)) return kExitLink;
     std::printf("wapiwps decode: %s, %zu packets\n", opt.input_path.c_str(), packets.size());
     FrameDecoder to_registrar(opt.show_secrets), to_enrollee(opt.show_secrets),
         unknown(opt.show_secrets);
@@ -149,11 +145,8 @@ int run_decode(const Options& opt) {
 
 int run_replay(const Options& given) {
     std::vector<Packet> packets;
+    if (!read_capture(given.input_path, packets)) return kExitLink;
     std::string error;
-    if (!read_capture(given.input_path, packets, error)) {
-        std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
-        return kExitLink;
-    }
     Options opt = given;
     if (!opt.mode_given) opt.wps_mode = mode_of(packets);
     // Our address is where the registrar's frames went; the registrar's is where they came from.
