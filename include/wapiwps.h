@@ -106,7 +106,8 @@ typedef uint16_t wapiwps_utf16;
  * (converted to UTF-8 and cut at a character boundary to fit 32 bytes). Also forgets the
  * certificate identity list. Returns 0, or -1 when a pointer is null (nothing changed then).
  */
-WAPIWPS_API int32_t WAPIWPS_CALL SetDeviceInfo(const uint8_t uuid[16], const wapiwps_utf16* deviceName);
+WAPIWPS_API int32_t WAPIWPS_CALL SetDeviceInfo(const uint8_t uuid[16],
+                                               const wapiwps_utf16* deviceName);
 
 /*
  * Begins a run: resets the context, records the modes, addresses and PIN, and writes the
@@ -118,18 +119,19 @@ WAPIWPS_API int32_t WAPIWPS_CALL SetDeviceInfo(const uint8_t uuid[16], const wap
  *   outFrame      at least WAPIWPS_MAX_FRAME_LEN bytes; *outLen receives the frame length
  * Returns 1 when the run has begun, 0 for WPS mode 0 or a null pointer.
  */
-WAPIWPS_API int32_t WAPIWPS_CALL StartWPS(const uint8_t* localAddress, int32_t addressMode, int32_t wpsMode,
-                             const void* peer, const char* pPIN, uint8_t* outFrame,
-                             uint32_t* outLen);
+WAPIWPS_API int32_t WAPIWPS_CALL StartWPS(const uint8_t* localAddress, int32_t addressMode,
+                                          int32_t wpsMode, const void* peer, const char* pPIN,
+                                          uint8_t* outFrame, uint32_t* outLen);
 
 /*
  * StartWPS, then connects to the secure-chip service so that M7 is signed by the chip.
  * Returns 0 when the service client cannot be created (the run is still started, with software
  * signing).
  */
-WAPIWPS_API int32_t WAPIWPS_CALL StartWPS_SecureChip(const uint8_t* localAddress, int32_t addressMode,
-                                        int32_t wpsMode, const void* peer, const char* pPIN,
-                                        uint8_t* outFrame, uint32_t* outLen);
+WAPIWPS_API int32_t WAPIWPS_CALL StartWPS_SecureChip(const uint8_t* localAddress,
+                                                     int32_t addressMode, int32_t wpsMode,
+                                                     const void* peer, const char* pPIN,
+                                                     uint8_t* outFrame, uint32_t* outLen);
 
 /* Abandons the run (state WAIT_START, mode NO_WPS) and forgets the identity list. Returns 1. */
 WAPIWPS_API int32_t WAPIWPS_CALL StopWPS(void);
@@ -144,7 +146,7 @@ WAPIWPS_API int32_t WAPIWPS_CALL StopWPS(void);
  * WAPIWPS_RESULT_*, or WAPIWPS_CHECKER_BASE + code; WapiWps_ResultText says what each means.
  */
 WAPIWPS_API int32_t WAPIWPS_CALL ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen,
-                                         uint8_t* outFrame, uint32_t* outLen);
+                                                      uint8_t* outFrame, uint32_t* outLen);
 
 /*
  * Registers certificate identities, keyed by registrar UUID, for M7 in certificate mode. entries
@@ -162,8 +164,8 @@ WAPIWPS_API int32_t WAPIWPS_CALL SetCertIdentityStruct2(uint8_t count, const voi
  * bytes are stored first; lengths outside 0..256 then give -1. Returns 0 on success.
  */
 WAPIWPS_API int32_t WAPIWPS_CALL SetSecureChipParam(int32_t len1, const uint8_t* buf1, int32_t len2,
-                                       const uint8_t* buf2, uint32_t keyIndex,
-                                       const uint8_t signParam[16]);
+                                                    const uint8_t* buf2, uint32_t keyIndex,
+                                                    const uint8_t signParam[16]);
 
 /*
  * Copies the network key delivered in M8 (PSK modes). key must hold WAPIWPS_NETWORK_KEY_MAX
@@ -179,22 +181,20 @@ WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_PSK(uint8_t* key, uint16_t* keyLen
  * extraCert WAPIWPS_EXTRA_CERT_MAX.
  */
 WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert(uint8_t uuidR[16], uint8_t* certList,
-                                      uint16_t* certListLen, uint16_t* certCount,
-                                      uint8_t* extraCert, uint16_t* extraCertLen,
-                                      uint8_t privKey[24], uint8_t pubKey[48]);
-
-/* As GetWPSResult_Cert, with the secure chip's key slot in place of the private key. */
-WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert_SecureChip(uint8_t uuidR[16], uint8_t* certList,
-                                                 uint16_t* certListLen, uint16_t* certCount,
-                                                 uint8_t* extraCert, uint16_t* extraCertLen,
-                                                 uint32_t* keyIndex, uint8_t pubKey[48]);
-
-/* As GetWPSResult_Cert_SecureChip, also returning the 16 sign-parameter bytes. */
-WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList,
                                                    uint16_t* certListLen, uint16_t* certCount,
                                                    uint8_t* extraCert, uint16_t* extraCertLen,
-                                                   uint32_t* keyIndex, uint8_t pubKey[48],
-                                                   uint8_t signParam[16]);
+                                                   uint8_t privKey[24], uint8_t pubKey[48]);
+
+/* As GetWPSResult_Cert, with the secure chip's key slot in place of the private key. */
+WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert_SecureChip(
+    uint8_t uuidR[16], uint8_t* certList, uint16_t* certListLen, uint16_t* certCount,
+    uint8_t* extraCert, uint16_t* extraCertLen, uint32_t* keyIndex, uint8_t pubKey[48]);
+
+/* As GetWPSResult_Cert_SecureChip, also returning the 16 sign-parameter bytes. */
+WAPIWPS_API int32_t WAPIWPS_CALL
+GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList, uint16_t* certListLen,
+                               uint16_t* certCount, uint8_t* extraCert, uint16_t* extraCertLen,
+                               uint32_t* keyIndex, uint8_t pubKey[48], uint8_t signParam[16]);
 
 /*
  * Extension: receive the library's diagnostic lines. fn is called on the calling thread with
@@ -205,7 +205,7 @@ WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16
  */
 typedef void(WAPIWPS_CALL* wapiwps_trace_fn)(void* context, const char* line);
 WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
-                                             int32_t includeSecrets);
+                                                          int32_t includeSecrets);
 
 /* ---- Extension: buffer sizes, run status and result texts ---------------------------------- */
 
