@@ -68,7 +68,7 @@ TEST_F(DispatchTest, PrefixIsWrittenEvenForADroppedFrame) {
     g_State_Machine = WAIT_WPS_START;
     EXPECT_EQ(kDropped, feed(enginetest::identity_request()));
     EXPECT_EQ(prefix(), hex("001122334455 891B"));
-    EXPECT_EQ(out_len, 0xDEADBEEF);
+    EXPECT_EQ(out_len, 0u);
     EXPECT_EQ(g_State_Machine, WAIT_WPS_START);
     EXPECT_TRUE(log.has("Drop packet, error code is -100.\r\n"));
 }
@@ -102,7 +102,7 @@ TEST_F(DispatchTest, IdentityCheckerCodeComesBackAsItsSixteenBitPattern) {
     f.push_back(0);
     EXPECT_EQ(65536 - 1, feed(f));
     EXPECT_EQ(g_State_Machine, WAIT_REQUEST_IDENTITY);
-    EXPECT_EQ(out_len, 0xDEADBEEF);
+    EXPECT_EQ(out_len, 0u);
 }
 
 // ---- Start -------------------------------------------------------------------------------------
@@ -158,7 +158,7 @@ TEST_P(FailureTransitions, ClosingFailureEndsTheRunOnlyAfterDoneNackOrM2D) {
     start(WAPIWPS_MODE_WAPI_CERT);
     g_State_Machine = GetParam().state;
     EXPECT_EQ(GetParam().result, feed(enginetest::eap_failure(0x5C)));
-    EXPECT_EQ(out_len, 0xDEADBEEF);
+    EXPECT_EQ(out_len, 0u);
     if (GetParam().result == kDropped) {
         EXPECT_EQ(g_State_Machine, GetParam().state);
         EXPECT_EQ(g_WPS_mode, WAPI_WPS_CERT);
@@ -275,7 +275,7 @@ TEST_F(DispatchTest, MessagesOutsideTheirStateAreDroppedSilently) {
         g_State_Machine = c.state;
         EXPECT_EQ(kDropped, feed(message(c.type)));
         EXPECT_EQ(g_State_Machine, c.state);
-        EXPECT_EQ(out_len, 0xDEADBEEF);
+        EXPECT_EQ(out_len, 0u);
     }
 }
 
@@ -285,7 +285,7 @@ TEST_F(DispatchTest, OtherMessageTypesAreDropped) {
         g_State_Machine = WAIT_M2;
         EXPECT_EQ(kDropped, feed(message(type))) << int(type);
         EXPECT_EQ(g_State_Machine, WAIT_M2);
-        EXPECT_EQ(out_len, 0xDEADBEEF);
+        EXPECT_EQ(out_len, 0u);
     }
 }
 
@@ -375,7 +375,7 @@ TEST_F(ReassemblyTest, ContinuationWithoutM8TypeByteIsDropped) {
     feed(enginetest::fragment_frame(WSC_FLAG_MF, p1, int32_t(p1.size())));
     const Bytes p2(40, 0x77);  // byte 9 is 0x77: not routed as M8
     EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(0, p2, int32_t(p2.size()))));
-    EXPECT_EQ(out_len, 0xDEADBEEF);
+    EXPECT_EQ(out_len, 0u);
     EXPECT_EQ(g_FragOffset, p1.size());
     EXPECT_EQ(g_FragState, END_FRAG);  // the flags were noted all the same
 }
