@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "cli.h"
+#include "common/test_bytes.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ Bytes wapi_frame(uint8_t op, uint8_t flags, const Bytes& body) {
         op,
         flags,
     };
-    f.insert(f.end(), body.begin(), body.end());
+    testbytes::append(f, body);
     return f;
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/test_bytes.h"
 #include "engine/engine.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
@@ -125,15 +126,16 @@ inline Bytes message_frame(const Header& h, const Bytes& body) {
                uint8_t(h.vendorType),
                h.opcode,
                h.flags};
-    f.insert(f.end(), body.begin(), body.end());
+    testbytes::append(f, body);
     return f;
 }
 
 // Version and Message Type attributes, then `extra` filler bytes: enough for the dispatcher to
 // route it and for any parser to refuse it.
 inline Bytes routed_body(uint8_t messageType, size_t extra = 0, uint8_t fill = 0x5A) {
-    Bytes b = {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, messageType};
-    b.insert(b.end(), extra, fill);
+    Bytes b(10 + extra, fill);
+    const uint8_t head[10] = {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, messageType};
+    std::memcpy(b.data(), head, sizeof head);
     return b;
 }
 

@@ -245,11 +245,13 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     if (c.identity_len >= 0) {
         const Attr& identity = parts[c.certificate_mode == 1 ? 1 : 0];
         EXPECT_EQ(identity.type, ATTR_CERTIFICATE_IDENTITY);
-        Bytes expected;
-        if (c.certificate_mode == 1)
-            expected = {0x00, 0x01, static_cast<uint8_t>(c.identity_len >> 8),
-                        static_cast<uint8_t>(c.identity_len)};
-        expected.insert(expected.end(), static_cast<size_t>(c.identity_len), 0x5A);
+        const size_t head = c.certificate_mode == 1 ? 4 : 0;
+        Bytes expected(head + static_cast<size_t>(c.identity_len), 0x5A);
+        if (head) {
+            const uint8_t mode_and_length[4] = {0x00, 0x01, static_cast<uint8_t>(c.identity_len >> 8),
+                                                static_cast<uint8_t>(c.identity_len)};
+            std::memcpy(expected.data(), mode_and_length, 4);
+        }
         EXPECT_EQ(identity.value, expected);
     }
     // The signature verifies over exactly signed_len bytes from the start of the request, with

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "common/test_bytes.h"
 #include "common/vectors.h"
 #include "registrar/crypto.h"
 
@@ -119,8 +120,8 @@ TEST_F(RegistrarCrypto, KeyScheduleTakesEmskFromTheThirdRound) {
     auto round = [&](uint8_t i) {
         Bytes in = {0, 0, 0, i};
         const std::string label = "Wi-Fi Easy and Secure Key Derivation";
-        in.insert(in.end(), label.begin(), label.end());
-        in.insert(in.end(), {0x00, 0x00, 0x02, 0x80});   // 640 bits
+        testbytes::append(in, label);
+        testbytes::append(in, Bytes{0x00, 0x00, 0x02, 0x80});   // 640 bits
         return crypto::hmac_sm3(kdk, {in});
     };
     EXPECT_EQ(k.auth_key, round(1));

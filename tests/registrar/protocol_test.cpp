@@ -1,6 +1,7 @@
 // The registrar on its own, fed hand-made frames: byte-exact answers, and a clear refusal (with
 // nothing sent and nothing changed) for everything out of place.
 #include <gtest/gtest.h>
+#include "common/test_bytes.h"
 
 #include "registrar/crypto.h"
 #include "registrar/registrar.h"
@@ -18,7 +19,7 @@ const Bytes kEapolStart = {0x02, 0x01, 0x00, 0x00};
 Bytes response_identity(uint8_t id, const std::string& text) {
     const auto n = static_cast<uint8_t>(text.size() + 5);
     Bytes f = {0x02, 0x00, 0x00, n, 0x02, id, 0x00, n, 0x01};
-    f.insert(f.end(), text.begin(), text.end());
+    testbytes::append(f, text);
     return f;
 }
 
@@ -28,7 +29,7 @@ Bytes response(uint8_t id, uint8_t op_code, const Bytes& message) {
     Bytes f = {0x02, 0x00, static_cast<uint8_t>(len >> 8), static_cast<uint8_t>(len),
                0x02, id,   static_cast<uint8_t>(len >> 8), static_cast<uint8_t>(len),
                0xF2, 0x00, 0x81, 0xDB, 0x00, 0x00, 0x00, 0x01, op_code, 0x00};
-    f.insert(f.end(), message.begin(), message.end());
+    testbytes::append(f, message);
     return f;
 }
 
