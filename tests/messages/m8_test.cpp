@@ -7,7 +7,7 @@
 #include <string>
 
 #include "api/context.h"
-#include "m7m8/m7m8_support.h"
+#include "messages/m7m8_support.h"
 #include "messages/attributes.h"
 #include "messages/messages.h"
 #include "platform/platform.h"

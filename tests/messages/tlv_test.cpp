@@ -1,6 +1,6 @@
 // Attribute codec: AddTlv's wire form and GetTlvFromType's walk, its two intended quirks and the
 // bounds we add around them.
-#include "engine_fixture.h"
+#include "engine/engine_fixture.h"
 
 namespace {
 
