@@ -165,17 +165,6 @@ inline Bytes start_frame(const Header& h = Header{}) {
     return message_frame(s, {});
 }
 
-inline Bytes hex(const char* text) {
-    Bytes b;
-    for (const char* p = text; p[0] && p[1];) {
-        if (*p == ' ') {
-            ++p;
-            continue;
-        }
-        b.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
-        p += 2;
-    }
-    return b;
-}
+using testbytes::hex;
 
 }  // namespace enginetest

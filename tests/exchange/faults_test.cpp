@@ -27,8 +27,8 @@ TEST_P(FaultExchange, EnrolleeNamesTheCheckAndNacks18) {
     o.registrar.network_key = {0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x70, 0x80};
     o.registrar.cert_list = {0x30, 0x82, 0x01, 0x00};
     o.registrar.fault = c.fault;
-    // A software key with a leading zero byte makes M7's signature fail now and then (pinned by
-    // its own test); these cases are about the fault, so the registrar goes on regardless.
+    // A software key with a leading zero byte makes M7's signature fail now and then (pinned in
+    // the M7 tests); these cases are about the fault, so the registrar goes on regardless.
     o.registrar.require_signature = false;
     const exchange::Transcript t = exchange::run(o);
     ASSERT_FALSE(t.registrar_refused) << t.registrar_error;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "api/context.h"
+#include "common/deterministic.h"
 #include "messages/m7m8_support.h"
 #include "messages/attributes.h"
 #include "messages/messages.h"
@@ -18,16 +19,6 @@ using m7m8::Attr;
 using m7m8::Bytes;
 
 constexpr uint8_t kUuidR[16] = {0x52, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-
-// A small deterministic generator, so that keys, nonces and IVs repeat from run to run.
-uint32_t g_lcg = 1;
-void lcg_seed(uint32_t s) { g_lcg = s * 2654435761u + 1; }
-int lcg_next() {
-    g_lcg = g_lcg * 1103515245u + 12345u;
-    return static_cast<int>((g_lcg >> 16) & 0x7FFF);
-}
-int64_t fixed_time() { return 1700000000; }
-uint64_t fixed_file_time() { return 116444736000000000ull + 1700000000ull * 10000000ull; }
 
 // d * G on the WAPI curve, computed by libgcrypt from the 24 key bytes read as one integer.
 Bytes public_key_of(const uint8_t* d24) {
@@ -72,8 +63,7 @@ struct Built {
 class M7Test : public ::testing::Test {
 protected:
     void SetUp() override {
-        platform::set_time_source(fixed_time, fixed_file_time);
-        platform::set_generator(lcg_seed, lcg_next);
+        testdet::make_deterministic(0);
         g_WPS_mode = WAPI_WPS_CERT;
         g_IsDoSecureChip = 0;
         CertificateMode = 1;
@@ -92,8 +82,7 @@ protected:
     }
     void TearDown() override {
         SetCertIdentityStruct2(0, nullptr);
-        platform::set_time_source(nullptr, nullptr);
-        platform::set_generator(nullptr, nullptr);
+        testdet::restore_randomness();
         g_IsDoSecureChip = 0;
     }
 
@@ -295,7 +284,7 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     int consistent = 0, shortened = 0;
     for (uint32_t seed = 1; seed <= 40; ++seed) {
         SetUp();
-        lcg_seed(seed);
+        testdet::make_deterministic(seed);
         const Built b = build();
         const Bytes s = check_common(b);
         std::vector<Attr> attrs, parts;

@@ -50,12 +50,6 @@ inline Bytes sm4_ofb(const uint8_t* key, const uint8_t* iv, const Bytes& in) {
     return ref::sm4_ofb(ref::bytes_of(key, 16), ref::bytes_of(iv, 16), in);
 }
 
-inline Bytes from_hex(const std::string& hex) {
-    Bytes out;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2)
-        out.push_back(static_cast<uint8_t>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return out;
-}
 
 // The WAPI 192-bit curve.
 inline const char* kCurveP = "BDB6F4FE3E8B1D9E0DA8C0D46F4C318CEFE4AFE3B6B8551F";
