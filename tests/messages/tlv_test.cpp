@@ -32,106 +32,57 @@ TEST(AddTlv, LongLengthIsTruncatedOnTheWireButCopiedWhole) {
     EXPECT_EQ(buf[4 + value.size()], 0x00);
 }
 
-TEST(GetTlvFromType, EmptyOrNegativeMessageIsNotFound) {
-    enginetest::TraceLog log;
-    trace_set_callback(enginetest::record_trace, &log, false);
-    Bytes msg = hex("10220001 04"), value(16);
-    uint16_t len = 0xFFFF;
-    EXPECT_EQ(0, find(ATTR_MSG_TYPE, msg, 0, value, len));
-    EXPECT_EQ(0, find(ATTR_MSG_TYPE, msg, -5, value, len));
-    EXPECT_EQ(len, 0xFFFF);
-    trace_set_callback(nullptr, nullptr, false);
-    EXPECT_TRUE(log.has("not find.\r\n"));
-}
+// GetTlvFromType on hand-made sequences, with its two intended quirks and the bounds we add
+// around them. `stated` is the length handed over (kWhole: the whole message); a refusal returns 0
+// and leaves the length and the value untouched.
+constexpr int32_t kWhole = INT32_MIN;
 
-TEST(GetTlvFromType, FindsFirstOfTypeAndReturnsOffsetPastIt) {
-    // 0: Version(1)  5: Nonce(2 bytes)  11: Nonce again (ignored)
-    Bytes msg = hex("104A000110 101A0002AABB 101A0002CCDD");
-    Bytes value(8, 0);
-    uint16_t len = 0;
-    EXPECT_EQ(11, find(ATTR_ENROLLEE_NONCE, msg, int32_t(msg.size()), value, len));
-    EXPECT_EQ(len, 2);
-    EXPECT_EQ(value[0], 0xAA);
-    EXPECT_EQ(value[1], 0xBB);
-}
+struct Lookup {
+    const char* name;
+    const char* message;
+    int32_t stated;
+    uint16_t type;
+    size_t room;           // bytes of the value buffer
+    int32_t offset;        // the result: offset past the attribute, or 0
+    const char* value;     // hex of the copied value; nullptr when refused
+};
 
-TEST(GetTlvFromType, AbsentTypeWalksTheWholeSequence) {
-    enginetest::TraceLog log;
-    trace_set_callback(enginetest::record_trace, &log, false);
-    Bytes msg = hex("104A000110 10220001 05"), value(8);
-    uint16_t len = 0;
-    EXPECT_EQ(0, find(ATTR_UUID_R, msg, int32_t(msg.size()), value, len));
-    trace_set_callback(nullptr, nullptr, false);
-    EXPECT_TRUE(log.has("GetTlvFromType now type = 104A.\r\n"));
-    EXPECT_TRUE(log.has("GetTlvFromType now type = 1022.\r\n"));
-    EXPECT_TRUE(log.has("not find.\r\n"));
-}
+const Lookup kLookups[] = {
+    {"EmptyMessage", "10220001 04", 0, ATTR_MSG_TYPE, 16, 0, nullptr},
+    {"NegativeLength", "10220001 04", -5, ATTR_MSG_TYPE, 16, 0, nullptr},
+    {"FirstOfItsType", "104A000110 101A0002AABB 101A0002CCDD", kWhole, ATTR_ENROLLEE_NONCE, 8, 11, "AABB"},
+    {"Absent", "104A000110 10220001 05", kWhole, ATTR_UUID_R, 8, 0, nullptr},
+    {"ZeroLength", "104A000110 10480000 10220001 05", kWhole, ATTR_UUID_R, 8, 9, ""},
+    // An earlier attribute claiming more than the message ends the search.
+    {"OverlongEarlier", "104A0040 10 1022000105 AAAA", kWhole, ATTR_MSG_TYPE, 128, 0, nullptr},
+    {"OverlongMatch", "104A000110 10220009 05", kWhole, ATTR_MSG_TYPE, 128, 0, nullptr},
+    // Quirk 1: the bound counts from the type field, so the last value may run 3 bytes past the
+    // stated length (10 here) and is copied whole when those bytes exist.
+    {"LastValuePastStatedLength", "104A000110 10480004 01020304", 10, ATTR_UUID_R, 8, 13, "01020304"},
+    // Quirk 2: a length equal to the remaining count (stated 9) copies from the length field.
+    {"LengthEqualToRemain", "104A000110 10480004 01020304", 9, ATTR_UUID_R, 8, 13, "00040102"},
+    // Our bounds: bytes that do not exist are never read, the value buffer never overrun.
+    {"ValueCutShort", "104A000110 10480004 0102", 10, ATTR_UUID_R, 8, 0, nullptr},
+    {"ValueLargerThanRoom", "104A000110 10480004 01020304", kWhole, ATTR_UUID_R, 3, 0, nullptr},
+    {"HeaderCutShort", "104A000110 1048", 100, ATTR_UUID_R, 8, 0, nullptr},
+};
 
-TEST(GetTlvFromType, ZeroLengthAttributeIsFound) {
-    Bytes msg = hex("104A000110 10480000 10220001 05"), value(8);
-    uint16_t len = 0xFF;
-    EXPECT_EQ(9, find(ATTR_UUID_R, msg, int32_t(msg.size()), value, len));
-    EXPECT_EQ(len, 0);
-}
-
-TEST(GetTlvFromType, OverlongEarlierAttributeEndsTheSearch) {
-    // The first attribute claims 0x40 bytes of a 14-byte message: nothing after it is examined.
-    Bytes msg = hex("104A0040 10 1022000105 AAAA"), value(128);
-    uint16_t len = 0;
-    EXPECT_EQ(0, find(ATTR_MSG_TYPE, msg, int32_t(msg.size()), value, len));
-}
-
-TEST(GetTlvFromType, OverlongMatchIsRefusedWithItsTrace) {
-    enginetest::TraceLog log;
-    trace_set_callback(enginetest::record_trace, &log, false);
-    Bytes msg = hex("104A000110 10220009 05"), value(128);
-    uint16_t len = 0;
-    EXPECT_EQ(0, find(ATTR_MSG_TYPE, msg, int32_t(msg.size()), value, len));
-    trace_set_callback(nullptr, nullptr, false);
-    EXPECT_TRUE(log.has("Length > remain, Length = 9, remain = 5.\r\n"));
-}
-
-// Intended quirk 1: the bound counts from the type field, so a last value may run up to 3 bytes
-// past the stated length and is still copied whole (when those bytes exist).
-TEST(GetTlvFromType, LastValueMayRunThreeBytesPastStatedLength) {
-    Bytes msg = hex("104A000110 10480004 01020304");  // 13 bytes present
-    Bytes value(8, 0);
-    uint16_t len = 0;
-    // Stated length 10: remain = 5 at offset 5, L = 4 < 5: copied from the value, all 4 bytes.
-    EXPECT_EQ(13, find(ATTR_UUID_R, msg, 10, value, len));
-    EXPECT_EQ(len, 4);
-    EXPECT_EQ(Bytes(value.begin(), value.begin() + 4), hex("01020304"));
-}
-
-// Intended quirk 2: L equal to the remaining count copies from the length field itself.
-TEST(GetTlvFromType, LengthEqualToRemainCopiesFromTheLengthField) {
-    Bytes msg = hex("104A000110 10480004 0102 0304");
-    Bytes value(8, 0);
-    uint16_t len = 0;
-    // Stated length 9: remain at offset 5 is 4 = L.
-    EXPECT_EQ(13, find(ATTR_UUID_R, msg, 9, value, len));
-    EXPECT_EQ(len, 4);
-    EXPECT_EQ(Bytes(value.begin(), value.begin() + 4), hex("00040102"));
-}
-
-// Our bounds around the quirks: bytes that do not exist are never read, and the value span is
-// never overrun; both read as "not found".
-TEST(GetTlvFromType, NeverReadsPastReadableNorWritesPastValue) {
-    Bytes msg = hex("104A000110 10480004 0102");  // value cut short: 2 of 4 bytes present
-    Bytes value(8, 0xEE);
-    uint16_t len = 0x55;
-    EXPECT_EQ(0, find(ATTR_UUID_R, msg, 10, value, len));
-    EXPECT_EQ(len, 0x55);
-    EXPECT_EQ(value, Bytes(8, 0xEE));
-
-    Bytes whole = hex("104A000110 10480004 01020304");
-    Bytes small(3, 0xEE);
-    EXPECT_EQ(0, find(ATTR_UUID_R, whole, int32_t(whole.size()), small, len));
-    EXPECT_EQ(small, Bytes(3, 0xEE));
-
-    // A stated length larger than the readable bytes: a header beyond them is not read.
-    Bytes header_cut = hex("104A000110 1048");
-    EXPECT_EQ(0, find(ATTR_UUID_R, header_cut, 100, value, len));
+TEST(GetTlvFromType, Lookups) {
+    for (const Lookup& c : kLookups) {
+        const Bytes msg = hex(c.message);
+        Bytes value(c.room, 0xEE);
+        uint16_t len = 0x5555;
+        const int32_t stated = c.stated == kWhole ? int32_t(msg.size()) : c.stated;
+        EXPECT_EQ(c.offset, find(c.type, msg, stated, value, len)) << c.name;
+        if (c.value == nullptr) {
+            EXPECT_EQ(len, 0x5555) << c.name;
+            EXPECT_EQ(value, Bytes(c.room, 0xEE)) << c.name;
+        } else {
+            const Bytes want = hex(c.value);
+            EXPECT_EQ(len, want.size()) << c.name;
+            EXPECT_EQ(Bytes(value.begin(), value.begin() + long(want.size())), want) << c.name;
+        }
+    }
 }
 
 }  // namespace
