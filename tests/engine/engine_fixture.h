@@ -1,4 +1,4 @@
-// Shared pieces of the engine tests: a context reset, a trace recorder and frame makers.
+// Shared pieces of the engine tests: a context reset, the fixture and frame makers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/reference.h"
 #include "common/test_bytes.h"
 #include "engine/engine.h"
 #include "messages/messages.h"
@@ -37,25 +38,13 @@ inline void reset_context() {
     g_PrevMsgLen = 0;
 }
 
-struct TraceLog {
-    std::vector<std::string> lines;
-    bool has(const std::string& line) const {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-};
-inline void record_trace(void* context, const char* line) {
-    static_cast<TraceLog*>(context)->lines.emplace_back(line);
-}
-
 class EngineTest : public ::testing::Test {
   protected:
     void SetUp() override {
         reset_context();
-        trace_set_callback(record_trace, &log, false);
         out.assign(WAPIWPS_MAX_FRAME_LEN, kSentinel);
     }
     void TearDown() override {
-        trace_set_callback(nullptr, nullptr, false);
         reset_context();
     }
     // Starts a run in the given modes; the EAPOL-Start output is discarded.
@@ -80,7 +69,7 @@ class EngineTest : public ::testing::Test {
                      out.begin() + static_cast<long>(out_len));
     }
 
-    TraceLog log;
+    ref::TraceCapture log;  // the trace lines of the test
     Bytes out;
     uint32_t out_len = 0;
 };

@@ -175,13 +175,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BytesCase{"eap_length", 3, hex("020000050107000601"), -6}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(FramesTest, IdentityBodyLengthTraceNamesTheLength) {
-    const Bytes f = hex("020000060107000501");
-    EXPECT_EQ(-3, UnpackRequestIdentity(f.data(), 9));
-    EXPECT_TRUE(log.has(
-        "Unpack Request Identity message erro, error code is -3, pEapolHead->BodyLength = 6.\r\n"));
-}
-
 // ---- UnpackRequestStart: -7 .. -17 --------------------------------------------------------------
 
 class StartCodes : public FramesTest, public ::testing::WithParamInterface<HeaderCase> {};

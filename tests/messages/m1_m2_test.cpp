@@ -4,7 +4,6 @@
 // later failure), the peer-certificate flag and the certificate-mode rule.
 #include <gtest/gtest.h>
 
-#include "crypto_trace.h"
 #include "exchange_fixture.h"
 
 namespace {

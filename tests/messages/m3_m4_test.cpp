@@ -1,7 +1,6 @@
 // M3 layout and values, and every M4 check with the state it leaves.
 #include <gtest/gtest.h>
 
-#include "crypto_trace.h"
 #include "exchange_fixture.h"
 
 namespace {

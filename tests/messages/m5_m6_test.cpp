@@ -1,7 +1,6 @@
 // M5 layout (sealed settings with a full block of padding) and every M6 check with its state.
 #include <gtest/gtest.h>
 
-#include "crypto_trace.h"
 #include "exchange_fixture.h"
 
 namespace {
