@@ -1,8 +1,10 @@
-// Byte-string helpers shared by every test program: hex text to bytes and appending.
+// Byte-string helpers shared by every test program: the one hex decoder, and appending.
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -29,21 +31,33 @@ inline Bytes cat(std::initializer_list<std::span<const uint8_t>> parts) {
     return out;
 }
 
-// Hex text to bytes; spaces are skipped. Test data only: anything else is a test-side mistake.
-inline Bytes hex(std::string_view text) {
-    auto nibble = [](char c) -> uint8_t {
-        return static_cast<uint8_t>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
+// Hex text (either case; spaces between pairs are skipped) to bytes; nullopt on anything else.
+inline std::optional<Bytes> parse_hex(std::string_view text) {
+    auto nibble = [](char c) -> int {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
     };
     Bytes b;
-    for (size_t i = 0; i + 1 < text.size();) {
+    for (size_t i = 0; i < text.size();) {
         if (text[i] == ' ') {
             ++i;
             continue;
         }
-        b.push_back(static_cast<uint8_t>(nibble(text[i]) << 4 | nibble(text[i + 1])));
+        const int hi = nibble(text[i]), lo = i + 1 < text.size() ? nibble(text[i + 1]) : -1;
+        if (hi < 0 || lo < 0) return std::nullopt;
+        b.push_back(static_cast<uint8_t>(hi << 4 | lo));
         i += 2;
     }
     return b;
+}
+
+// Hex literals of the tests themselves: a malformed one is a mistake in the test.
+inline Bytes hex(std::string_view text) {
+    auto b = parse_hex(text);
+    if (!b) std::abort();
+    return *b;
 }
 
 }  // namespace testbytes
