@@ -272,13 +272,25 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     EXPECT_GT(consistent, 30);
 }
 
+// On every path that signs, a failed chip signature fails the build and keeps the previous
+// message (no service client exists in this process, so the chip always fails here).
 TEST_F(M7Test, SecureChipFailureReturnsFalseAndKeepsThePreviousMessage) {
-    g_IsDoSecureChip = 1;  // no service client exists in this process
-    uint8_t out[2048];
-    uint32_t len = 0;
-    EXPECT_FALSE(BuildMessageM7(out, &len));
-    EXPECT_EQ(g_PrevMsgLen, 40);
-    EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, prev_.data(), prev_.size()));
+    struct Case {
+        uint8_t certificate_mode;
+        bool identity;
+    };
+    for (const Case c : {Case{1, false}, Case{1, true}, Case{2, true}}) {
+        SetUp();
+        CertificateMode = c.certificate_mode;
+        if (c.identity) register_identities({{kUuidR[0], 10, 0x11}});
+        g_IsDoSecureChip = 1;
+        uint8_t out[2048];
+        uint32_t len = 0;
+        EXPECT_FALSE(BuildMessageM7(out, &len)) << int(c.certificate_mode) << c.identity;
+        EXPECT_EQ(g_PrevMsgLen, 40);
+        EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, prev_.data(), prev_.size()));
+        TearDown();
+    }
 }
 
 }  // namespace

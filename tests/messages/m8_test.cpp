@@ -203,6 +203,9 @@ TEST_F(M8Test, RawNetworkKeyIsStoredAsReceived) {
     ASSERT_EQ(unpack(build(m)), 0);
     EXPECT_EQ(result(), m.network_key);
     EXPECT_EQ(g_ResultData, g_PrevMsgBuf);
+    // Nothing of the previous message stays behind the stored key.
+    EXPECT_EQ(Bytes(g_PrevMsgBuf + m.network_key.size(), g_PrevMsgBuf + 64),
+              Bytes(64 - m.network_key.size(), 0));
     EXPECT_TRUE(traced("WAPI-PSK-WPS :NETWORK_KEY Length = 10.\r\n"));
     uint8_t key[64] = {};
     uint16_t key_len = 0;
