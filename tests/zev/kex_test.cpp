@@ -222,8 +222,7 @@ TEST_P(ZevKexRandom, InitiatorAndResponderAgreeOnFreshKeys) {
 
 INSTANTIATE_TEST_SUITE_P(
     Curves, ZevKexRandom,
-    ::testing::Values(RandomCase{kRecommendedCurve, 128}, RandomCase{kRecommendedCurve, 256},
-                      RandomCase{kExampleCurve, 128}, RandomCase{kExampleCurve, 256}),
+    ::testing::Values(RandomCase{kRecommendedCurve, 256}, RandomCase{kExampleCurve, 128}),
     [](const auto& info) {
         return std::string(info.param.curve == kRecommendedCurve ? "Recommended" : "Example") +
                std::to_string(info.param.key_bits);
