@@ -220,17 +220,7 @@ TEST_P(M2Checks, CodeAndLine) {
     std::vector<Attr> attrs = reg.m2_attrs();
     c.mutate(attrs);
     const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
-    const Bytes prev_before = bytes_of(g_PrevMsgBuf, g_PrevMsgLen);
-    TraceCapture trace;
-    EXPECT_EQ(m2(body), c.code);
-    if (c.code != 0) {
-        const std::string line = c.line != nullptr ? c.line
-                                                   : "Unpack M2 error, error code is " + std::to_string(c.code) + ".\r\n";
-        EXPECT_TRUE(trace.has(line)) << line;
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), prev_before) << "M1 stays the previous message";
-    } else {
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
-    }
+    expect_verdict("M2", m2, body, c.code, c.line);
 }
 
 INSTANTIATE_TEST_SUITE_P(Steps, M2Checks, ::testing::ValuesIn(kM2Cases),
