@@ -13,7 +13,7 @@ namespace exchange {
 namespace {
 
 constexpr size_t kFrameCap = WAPIWPS_MAX_FRAME_LEN;
-constexpr size_t kMessageOffset = 18;
+constexpr size_t kMaxFrames = 64;  // a run that goes on longer is stuck
 
 void collect_trace(void* context, const char* line) {
     static_cast<std::vector<std::string>*>(context)->push_back(line);
@@ -62,14 +62,6 @@ bool Transcript::has_trace(const std::string& text) const {
     return false;
 }
 
-std::optional<Bytes> Transcript::sent_message(uint8_t message_type) const {
-    for (const Step& s : steps) {
-        if (!s.to_enrollee || s.frame.size() <= kMessageOffset + 9 || s.frame[16] != 4 || s.frame[17] != 0) continue;
-        if (s.frame[kMessageOffset + 9] == message_type) return Bytes(s.frame.begin() + kMessageOffset, s.frame.end());
-    }
-    return std::nullopt;
-}
-
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 Transcript run(Options o) {
@@ -98,7 +90,7 @@ Transcript run(Options o) {
         }
         SetCertIdentityStruct2(static_cast<uint8_t>(o.identities.size()), entries.data());
     }
-    if (o.reset_frag_offset) g_FragOffset = 0;
+    g_FragOffset = 0;  // the library never resets it (deliberately); each run starts clean
 
     // The peer argument: 6 bytes, or a NUL-terminated text; the local address likewise padded.
     Bytes peer = o.peer;
@@ -125,7 +117,7 @@ Transcript run(Options o) {
     to_registrar.push_back(strip_prefix(o, out.data(), out_len, t.prefix_ok));
 
     size_t frames = 0;
-    while (!to_registrar.empty() && frames < o.max_frames) {
+    while (!to_registrar.empty() && frames < kMaxFrames) {
         const Bytes frame = std::move(to_registrar.front());
         to_registrar.pop_front();
         if (o.before_registrar) o.before_registrar(reg, frame, frames);
