@@ -1,18 +1,12 @@
 // The built `wapiwps` program as a script sees it: exit code, transcript lines, the credential.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #if !defined(_WIN32)
 #include <sys/wait.h>
-#include <unistd.h>
 #endif
 
 namespace {
