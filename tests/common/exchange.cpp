@@ -1,11 +1,15 @@
 // The in-process exchange harness.
 #include "common/exchange.h"
 
+#include <chrono>
 #include <cstring>
 #include <deque>
+#include <mutex>
+#include <thread>
 
 #include "api/context.h"
 #include "platform/platform.h"
+#include "signing/securechip.h"
 #include "wapiwps.h"
 
 namespace exchange {
@@ -156,6 +160,17 @@ Transcript run(Options o) {
     read_psk(t.psk_rc_after, t.psk_after);
     trace_set_callback(nullptr, nullptr, false);
     return t;
+}
+
+void wait_chip_connected() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (g_SecureChipClient != nullptr) {
+            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+            if (g_SecureChipClient->connected != 0) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
 }
 
 }  // namespace exchange

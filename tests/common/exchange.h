@@ -85,6 +85,10 @@ struct Transcript {
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
 
+// Waits (at most 10 s) until the newest secure-chip client has connected to its service: the
+// Options::after_start of chip runs.
+void wait_chip_connected();
+
 // Text address helper: the bytes of a string, without NUL.
 Bytes text(const std::string& s);
 
