@@ -24,6 +24,7 @@ WapiWpsStatus read_status() {
     std::memset(&s, 0xA5, sizeof s);
     s.size = sizeof s;
     EXPECT_EQ(0, WapiWps_GetStatus(&s));
+    EXPECT_EQ(s.size, sizeof s) << "the host's size stays";
     return s;
 }
 
