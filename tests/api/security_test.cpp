@@ -3,7 +3,6 @@
 // wiping of secrets, and the restored signing key of certificate mode 2.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -29,10 +28,6 @@ constexpr int64_t kMinute = 1700000000;
 int64_t g_now = kMinute + 40;
 int64_t now() { return g_now; }
 uint64_t file_now() { return (11644473600ull + static_cast<uint64_t>(g_now)) * 10000000ull; }
-
-double ms_since(std::chrono::steady_clock::time_point t0) {
-    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
-}
 
 Bytes attribute(const Bytes& frame, uint16_t type) {
     if (frame.size() <= OFF_MESSAGE) return {};
@@ -177,17 +172,12 @@ TEST_P(Security, TwoRunsInOneSecondAgainstPinAndKeyRecovery) {
     EXPECT_EQ(values.size(), system ? 10u : 1u);
 
     size_t hmacs = 0;
-    auto t0 = std::chrono::steady_clock::now();
     const std::string pin = recover_pin(runs[0], hmacs);
-    std::printf("PIN search: %zu HMAC-SM3, %.1f ms, %s\n", hmacs, ms_since(t0), pin.c_str());
     EXPECT_EQ(pin, system ? "" : "12345670");
     EXPECT_LE(hmacs, 20000u);
 
     ASSERT_EQ(WapiWps_SetRandomSource(WAPIWPS_RANDOM_COMPATIBLE), 0);  // the attacker's generator
-    t0 = std::chrono::steady_clock::now();
-    const size_t guesses = recover_key(runs[0].signing_key, 2);
-    std::printf("key search: %zu guesses, %.1f ms\n", guesses, ms_since(t0));
-    EXPECT_EQ(guesses, system ? 0u : 60u * 2 + 41);
+    EXPECT_EQ(recover_key(runs[0].signing_key, 2), system ? 0u : 60u * 2 + 41);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sources, Security,

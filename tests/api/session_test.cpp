@@ -27,23 +27,13 @@ std::vector<wapiwps_utf16> utf16(std::initializer_list<uint16_t> units) {
     return v;
 }
 
+// The fixed identity texts are pinned byte for byte by the M1 layout test.
 TEST_F(SessionTest, SetDeviceInfoFillsTheM1Identity) {
     const uint8_t uuid[16] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     const auto name = utf16({'S', 't', 'a', 0x00E9});  // "Staé"
     EXPECT_EQ(0, SetDeviceInfo(uuid, name.data()));
     EXPECT_EQ(0, std::memcmp(g_MyMsgInfo.UUID_E, uuid, 16));
-    EXPECT_EQ(text(g_MyMsgInfo.Manufacturer, 32), "WAPI-WPS-STA");
-    EXPECT_EQ(text(g_MyMsgInfo.ModelName, 32), "WAPI-WPS-STA-Enrollee");
-    EXPECT_EQ(text(g_MyMsgInfo.ModelNumber, 32), "12345");
-    EXPECT_EQ(text(g_MyMsgInfo.SerialNumber, 32), "67890123");
     EXPECT_EQ(text(g_MyMsgInfo.DeviceName, 32), "Sta\xC3\xA9");
-    EXPECT_EQ(g_MyMsgInfo.PrimaryDeviceCategory, 1);
-    EXPECT_EQ(g_MyMsgInfo.PrimaryDeviceSubCategory, 1);
-    EXPECT_EQ(g_MyMsgInfo.RFBands, 3);
-    EXPECT_EQ(g_MyMsgInfo.ConnectionTypeFlags, 1);
-    EXPECT_EQ(g_MyMsgInfo.ConfigError, 0);
-    EXPECT_EQ(g_MyMsgInfo.ConfigMethods, 0x008C);
-    EXPECT_EQ(g_MyMsgInfo.OSVersion, platform::os_version());
     EXPECT_TRUE(log.has("SetDeviceInfo.\r\n"));
 }
 

@@ -97,24 +97,13 @@ inline Header wifi_header() {
 // A message frame with correct big-endian lengths around `body`.
 inline Bytes message_frame(const Header& h, const Bytes& body) {
     const uint16_t len = static_cast<uint16_t>(body.size() + 14);
-    Bytes f = {2,
-               h.eapolType,
-               uint8_t(len >> 8),
-               uint8_t(len),
-               h.code,
-               h.id,
-               uint8_t(len >> 8),
-               uint8_t(len),
-               h.eapType,
-               h.vendor[0],
-               h.vendor[1],
-               h.vendor[2],
-               uint8_t(h.vendorType >> 24),
-               uint8_t(h.vendorType >> 16),
-               uint8_t(h.vendorType >> 8),
-               uint8_t(h.vendorType),
-               h.opcode,
-               h.flags};
+    const uint8_t hi = uint8_t(len >> 8), lo = uint8_t(len);
+    const uint32_t vt = h.vendorType;
+    // clang-format off
+    Bytes f = {2, h.eapolType, hi, lo, h.code, h.id, hi, lo, h.eapType, h.vendor[0], h.vendor[1],
+               h.vendor[2], uint8_t(vt >> 24), uint8_t(vt >> 16), uint8_t(vt >> 8), uint8_t(vt),
+               h.opcode, h.flags};
+    // clang-format on
     testbytes::append(f, body);
     return f;
 }

@@ -40,21 +40,4 @@ TEST(DispatchExchange, WholeRunWalksEveryStateToSuccess) {
     EXPECT_TRUE(t.has_trace("Receive Teap failure message when WAIT_REQUEST_FAILURE.\r\n"));
 }
 
-// Our rule: an M7 that cannot be built (the chip does not answer) ends the run like a refused
-// message: NACK 18, result 0, then the closing failure gives 100.
-TEST(DispatchExchange, FailingM7IsAnsweredWithNack18) {
-    exchange::Options o;
-    o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
-    o.before_registrar = [](registrar::Registrar&, const Bytes&, size_t index) {
-        if (index == 0) g_IsDoSecureChip = 1;  // chip signing, with no service behind it
-    };
-    const exchange::Transcript t = exchange::run(o);
-    g_IsDoSecureChip = 0;
-    EXPECT_EQ(t.results, (std::vector<int32_t>{0, 0, 0, 0, 0, 100}));
-    EXPECT_TRUE(t.has_trace("PackM7 failed.\r\n"));
-    EXPECT_TRUE(t.outcome.nack_received);
-    EXPECT_EQ(t.nack_error(), 18);
-    EXPECT_EQ(t.final_state, WAIT_START);
-}
-
 }  // namespace

@@ -1,7 +1,6 @@
-// M8 in fragments, the way the enrollee's reassembly reads them: op-code 4 with MF (and LF plus a
-// 2-byte total on the first), an EAP length that the enrollee reads little-endian, every fragment
-// routed by its own byte 9, and 18 bytes after the message because the reassembled length is
-// handed on less 18.
+// M8 in fragments from the reference registrar, cut the way the enrollee's reassembly reads them
+// (the reassembly's quirks are pinned with hand-built fragments in tests/engine): every legal
+// split, and a long certificate list, deliver what the whole message delivers.
 #include <gtest/gtest.h>
 
 #include "api/context.h"
@@ -18,35 +17,6 @@ exchange::Options psk_run() {
     o.pin = "11223344";
     o.registrar.network_key = Bytes(32, 0x5A);
     return o;
-}
-
-// The frames the registrar sent as M8 fragments (op-code 4 with MF or LF, or following one).
-std::vector<Bytes> fragments_of(const exchange::Transcript& t) {
-    std::vector<Bytes> out;
-    bool in_m8 = false;
-    for (const exchange::Step& s : t.steps) {
-        if (!s.to_enrollee || s.frame.size() < 18 || s.frame[16] != 4) continue;
-        if (s.frame[17] != 0 || in_m8) {
-            out.push_back(s.frame);
-            in_m8 = (s.frame[17] & 0x01) != 0;
-        }
-    }
-    return out;
-}
-
-// Checks one fragment's layout and returns its chunk (the bytes the enrollee collects).
-Bytes check_fragment(const Bytes& f, bool first, bool last) {
-    const bool lf = (f[17] & 0x02) != 0;
-    EXPECT_EQ(lf, first);
-    EXPECT_EQ((f[17] & 0x01) != 0, !last);
-    const size_t start = lf ? 20 : 18;
-    const size_t chunk = f.size() - start;
-    // EAPOL body length is the real one, big-endian; the EAP length holds chunk + 9 (+ 2 with LF)
-    // little-endian, which is what the enrollee subtracts from.
-    EXPECT_EQ(static_cast<size_t>((f[2] << 8) | f[3]), f.size() - 4);
-    EXPECT_EQ(static_cast<size_t>(f[6] | (f[7] << 8)), chunk + 9 + (lf ? 2 : 0));
-    EXPECT_EQ(f[start + 9], 0x0C);   // routed to the M8 branch
-    return Bytes(f.begin() + static_cast<std::ptrdiff_t>(start), f.end());
 }
 
 // Splitting at every legal point gives the same result as the whole M8: each run's M8 is split in
@@ -70,48 +40,11 @@ TEST(M8Fragments, EveryLegalTwoWaySplitDeliversTheSameKey) {
         EXPECT_EQ(t.results[t.results.size() - 2], WAPIWPS_RESULT_M8_DONE);
         EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
         EXPECT_EQ(t.psk, whole.psk);
-        const std::vector<Bytes> frags = fragments_of(t);
-        EXPECT_EQ(frags.size(), 2u);
-        for (size_t i = 0; i < frags.size(); ++i) check_fragment(frags[i], i == 0, i + 1 == frags.size());
         if (static_cast<size_t>(k) + 1 >= t.outcome.m8_split_points) break;
         ASSERT_LT(k, 64);
     }
     EXPECT_GE(runs, 1u);
 }
-
-// With a size bound the registrar cuts at the furthest legal point within it; whether such a point
-// exists depends on the ciphertext, so a refusal must say so. When it succeeds every chunk keeps
-// within the bound and the key arrives.
-class M8FragmentSize : public testing::TestWithParam<size_t> {};
-
-TEST_P(M8FragmentSize, FragmentsKeepTheBoundOrTheRegistrarSaysWhy) {
-    for (int attempt = 0; attempt < 8; ++attempt) {
-        exchange::Options o = psk_run();
-        o.registrar.fragment_size = GetParam();
-        const exchange::Transcript t = exchange::run(o);
-        if (t.registrar_refused) {
-            EXPECT_NE(t.registrar_error.find("no legal split point"), std::string::npos) << t.registrar_error;
-            continue;
-        }
-        EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
-        EXPECT_EQ(t.psk, o.registrar.network_key);
-        const std::vector<Bytes> frags = fragments_of(t);
-        EXPECT_EQ(frags.size(), t.outcome.m8_fragments);
-        Bytes collected;
-        for (size_t i = 0; i < frags.size(); ++i) {
-            const Bytes chunk = check_fragment(frags[i], i == 0, i + 1 == frags.size());
-            EXPECT_LE(chunk.size(), GetParam());
-            collected.insert(collected.end(), chunk.begin(), chunk.end());
-        }
-        // The collected bytes are M8 and the 18-byte trailer.
-        ASSERT_GT(collected.size(), 18u);
-        EXPECT_EQ(collected[9], 0x0C);
-        EXPECT_EQ(collected[collected.size() - 18 + 9], 0x0C);
-    }
-}
-
-// Bounds below the 126-byte M8 of these runs (a 32-byte key).
-INSTANTIATE_TEST_SUITE_P(Bounds, M8FragmentSize, testing::Values(size_t{48}, size_t{125}));
 
 // Certificate lists make long M8s; a two-way split before the trailer delivers them.
 TEST(M8Fragments, LongCertificateListInTwoFragments) {
@@ -126,9 +59,7 @@ TEST(M8Fragments, LongCertificateListInTwoFragments) {
     EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
     EXPECT_EQ(t.cert_list, o.registrar.cert_list);
     EXPECT_EQ(t.cert_count, 3);
-    const std::vector<Bytes> frags = fragments_of(t);
-    ASSERT_EQ(frags.size(), 2u);
-    EXPECT_EQ(frags[1].size(), 18u + 18u);   // header and the trailer alone
+    EXPECT_EQ(t.outcome.m8_fragments, 2u);
 }
 
 }  // namespace

@@ -232,15 +232,10 @@ INSTANTIATE_TEST_SUITE_P(
                       CertCase{"HeldKeyNoIdentity", 2, -1, 0, 0}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(M7Test, NoIdentityRequestPadsWithFifteenBytes) {
-    const Built b = build();
-    check_common(b);
-    EXPECT_EQ(b.settings.size(), 160u);  // 145 + 15
-    EXPECT_EQ(b.settings.back(), 0x0F);
-}
-
 TEST_F(M7Test, FirstOfTwoIdentitiesWithTheSameUuidIsUsed) {
     CertificateMode = 2;
+    std::memset(GeneratePrivateKey, 0x11, 24);  // a held key pair
+    std::memcpy(g_MyMsgInfo.GeneratePublicKey, ref::wapi192_public_key(GeneratePrivateKey).data(), 48);
     register_identities({{0x01, 10, 0x11}, {kUuidR[0], 20, 0x22}, {kUuidR[0], 30, 0x33}});
     const Built b = build();
     const Bytes s = check_common(b);

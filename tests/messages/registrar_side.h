@@ -23,7 +23,6 @@ namespace msgtest {
 using ref::Bytes;
 using ref::bytes_of;
 using ref::cat;
-using ref::init_gcrypt;
 using ref::sm3;
 using ref::sm4_ofb;
 using ref::TraceCapture;

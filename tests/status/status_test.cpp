@@ -24,6 +24,7 @@ WapiWpsStatus read_status() {
     std::memset(&s, 0xA5, sizeof s);
     s.size = sizeof s;
     EXPECT_EQ(0, WapiWps_GetStatus(&s));
+    EXPECT_EQ(s.size, sizeof s) << "the host's size stays";
     return s;
 }
 
@@ -70,7 +71,9 @@ TEST_P(StatusExchange, TheOutcomeSaysWhyTheRunEnded) {
     EXPECT_EQ(s.configError, c.config_error);
     EXPECT_STREQ(s.detail, c.detail);
     if (c.code != 0) {
-        // The detail is the trace line the library wrote, and the code has a row and a text.
+        // The detail is the trace line the library wrote, the registrar read NACK 18, and the
+        // code has a row and a text.
+        EXPECT_EQ(t.nack_error(), 18);
         EXPECT_TRUE(t.has_trace(std::string(c.detail) + "\r\n")) << c.detail;
         ASSERT_NE(find_check_code(c.code), nullptr);
         EXPECT_STREQ(WapiWps_ResultText(c.code), find_check_code(c.code)->text);
