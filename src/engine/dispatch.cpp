@@ -83,7 +83,7 @@ int32_t on_failure(const Received& rx) {
     else
         trace("Receive Teap failure message when SEND_NACK_WAIT_FAILURE.\r\n");
     g_State_Machine = WAIT_START;
-    StopWPS();
+    stop_run();
     return after_done ? kResultSuccess : kResultEnded;
 }
 

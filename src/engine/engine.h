@@ -10,6 +10,19 @@
 #include <cstddef>
 #include <cstdint>
 
+// ---- Ending a run (engine/run_reset.cpp) --------------------------------------------------------
+// Wipes the secrets of a run (device password, secret fields of both key records, the HMAC
+// scratch). Every reset below calls it.
+void wipe_run_secrets();
+// Frees the heap block of certificate identities and forgets its count.
+void forget_identity_list();
+// Back to WAIT_START with no mode, no reassembly, no peer address, no chip; keeps the identity
+// list. StartWPS calls it before a new run.
+void reset_run();
+// Traces "Stop WPS.", resets the run and forgets the identity list: StopWPS and the dispatcher's
+// closing EAP-Failure.
+void stop_run();
+
 // ---- Frame layout ------------------------------------------------------------------------------
 constexpr uint8_t EAPOL_VERSION = 2;
 constexpr uint8_t EAPOL_TYPE_EAP_PACKET = 0;
