@@ -4,6 +4,7 @@
 
 #include "api/context.h"
 #include "common/check_codes.h"
+#include "crypto/crypto.h"
 #include "engine/engine.h"
 #include "engine/frame_bytes.h"
 #include "engine/run_status.h"
@@ -104,6 +105,10 @@ int32_t on_start(const Received& rx) {
     g_EapIdentifier = rx.identifier;
     const int32_t refused = checker_result(UnpackRequestStart(rx.frame, rx.length));
     if (refused != 0) return refused;
+    // The session (nonces, secret nonces, first key pair) starts here; PackM1 only packs. The
+    // "Start Pack M1." line has always opened this step, session start included.
+    trace("Start Pack M1.\r\n");
+    if (!InitSession()) return drop(CheckId::DropM1NotBuilt);
     if (PackM1(rx.answer, rx.outLength) != 0) return drop(CheckId::DropM1NotBuilt);
     g_State_Machine = WAIT_M2;
     return answered(rx, kResultAccepted);

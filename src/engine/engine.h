@@ -81,7 +81,8 @@ int32_t PackEapolStart(uint8_t* buffer, uint32_t* outLength);
 int32_t PackResponseIdentity(uint8_t* buffer, uint32_t* outLength);
 
 // ---- Message wrappers, sent side: headers around a builder; 0 on success ---------------------
-int32_t PackM1(uint8_t* buffer, uint32_t* outLength);  // -1 when the session cannot start
+// PackM1 packs the session that InitSession started; the caller traces "Start Pack M1." first.
+int32_t PackM1(uint8_t* buffer, uint32_t* outLength);  // -1 when M1 outgrows its frame
 int32_t PackM3(uint8_t* buffer, uint32_t* outLength);
 int32_t PackM5(uint8_t* buffer, uint32_t* outLength);
 int32_t PackM7(uint8_t* buffer, uint32_t* outLength);  // -1 when signing fails
