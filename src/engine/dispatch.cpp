@@ -47,6 +47,7 @@ int32_t answered(const Received& rx, int32_t result) {
 
 int32_t answer_nack(const Received& rx, uint16_t configError) {
     PackNack(rx.answer, rx.outLength, configError);
+    g_State_Machine = SEND_NACK_WAIT_FAILURE;
     return answered(rx, kResultAccepted);
 }
 

@@ -88,7 +88,7 @@ int32_t PackM5(uint8_t* buffer, uint32_t* outLength);
 int32_t PackM7(uint8_t* buffer, uint32_t* outLength);  // -1 when signing fails
 int32_t PackDone(uint8_t* buffer, uint32_t* outLength);
 int32_t PackAck(uint8_t* buffer, uint32_t* outLength);
-int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError);  // state := 9
+int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError);
 
 // ---- Message wrappers, received side: header check, then the parser ------------------------
 int32_t UnpackM2(const uint8_t* frame, uint32_t frameLength);
