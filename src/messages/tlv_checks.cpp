@@ -9,6 +9,18 @@
 #include "messages/messages.h"
 #include "platform/platform.h"
 
+namespace {
+
+constexpr size_t kHashLen = 32;
+constexpr size_t kMacLen = 32;
+constexpr size_t kAuthenticatorLen = 8;
+constexpr size_t kSettingsNonceOffset = 4;
+constexpr size_t kSettingsKwaCovered = 20;
+constexpr size_t kSettingsKwaOffset = 24;
+constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
+
+}  // namespace
+
 int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state) {
     for (const TlvStep& step : steps) {
         if (step.rule != TlvRule::kStep) {
@@ -61,6 +73,25 @@ void keep_sent_message(const uint8_t* body, uint32_t length) {
     const size_t n = length < sizeof(g_PrevMsgBuf) ? length : sizeof(g_PrevMsgBuf);
     if (n != 0) std::memcpy(g_PrevMsgBuf, body, n);
     g_PrevMsgLen = static_cast<uint16_t>(length);
+}
+
+StepResult check_settings_key_wrap_auth(const ParseState& s) {
+    if (s.decrypted_len < kSettingsMinLen) return kStepFailed;
+    uint8_t mac[kMacLen] = {};
+    HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
+                  kSettingsKwaCovered, mac);
+    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
+        return kStepFailed;
+    return kStepPassed;
+}
+
+StepResult check_settings_r_hash(const ParseState& s, uint8_t* secretNonce,
+                                 void (*compute)(uint8_t* out), uint8_t* ownHash,
+                                 const uint8_t* receivedHash) {
+    std::memcpy(secretNonce, s.value.data() + kSettingsNonceOffset, kNonceLen);
+    compute(ownHash);
+    if (!equal_ct(ownHash, receivedHash, kHashLen)) return kStepFailed;
+    return kStepPassed;
 }
 
 StepResult check_pad_value(ParseState& s) {

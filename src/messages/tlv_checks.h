@@ -62,6 +62,19 @@ void keep_as_previous_message(std::span<const uint8_t> readable, int32_t length)
 // Keeps a body just built as the previous message (its length modulo 65536, as the wire keeps it).
 void keep_sent_message(const uint8_t* body, uint32_t length);
 
+// ---- Opened settings of M4 and M6 -----------------------------------------------------------
+// Read by position: a 4-byte header (not examined), the secret nonce, a 4-byte header (not
+// examined) and the Key Wrap Authenticator over the first 20 bytes.
+// Fails when the opened settings are too short for the nonce and the Key Wrap Authenticator, or
+// when the Key Wrap Authenticator is wrong.
+StepResult check_settings_key_wrap_auth(const ParseState& s);
+// Takes the registrar's secret nonce into `secretNonce`, recomputes its R-Hash with `compute`
+// into `ownHash` (an E-Hash field no longer needed after M3) and fails unless it equals
+// `receivedHash`.
+StepResult check_settings_r_hash(const ParseState& s, uint8_t* secretNonce,
+                                 void (*compute)(uint8_t* out), uint8_t* ownHash,
+                                 const uint8_t* receivedHash);
+
 // ---- Padding of opened settings, shared by the M6 and M8 parsers ---------------------------
 // Both report -59 for a bad padding value and for bad padding bytes, on purpose: the registrar
 // tells them apart only by the trace line (their rows in the code table). Settings that opened
