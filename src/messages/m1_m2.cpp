@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kPublicKeyAttrLen = 128;  // first public key x || y, then temporary x || y
 constexpr size_t kPublicKeyWorkLen = 256;
 constexpr size_t kPrimaryDevTypeLen = 8;

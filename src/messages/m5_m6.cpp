@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kMacLen = 32;
 constexpr size_t kIvLen = 16;
 constexpr size_t kAuthenticatorLen = 8;
