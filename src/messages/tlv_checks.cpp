@@ -51,7 +51,7 @@ StepResult store_registrar_authenticator(ParseState& s) {
 
 StepResult check_registrar_authenticator(ParseState& s) {
     return VerifyAuthenticator(s.readable, s.length, g_RegistrarKeys.Authenticator) ? kStepPassed
-                                                                                     : kStepFailed;
+                                                                                    : kStepFailed;
 }
 
 StepResult open_registrar_settings(ParseState& s) {
@@ -80,8 +80,7 @@ StepResult check_settings_key_wrap_auth(const ParseState& s) {
     uint8_t mac[kMacLen] = {};
     HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
                   kSettingsKwaCovered, mac);
-    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
-        return kStepFailed;
+    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen)) return kStepFailed;
     return kStepPassed;
 }
 
