@@ -154,12 +154,32 @@ extern int32_t g_SecureChipParam2Len;
 extern uint32_t SecureChipPrivateKeyIndex;
 extern uint8_t g_SecureChipSignParam[16];
 
+// ---- Mutable state kept outside this header, by owner -------------------------------------------
+// The records above are the run's shared state. Every other mutable global of the library lives
+// in the file that owns it, private to it or declared in its subsystem's header; the full list:
+//   engine/run_status.cpp     g_RunStatus: the run status record the status exports read
+//   messages/m8.cpp           g_Credential, g_CredentialLength: the Credential being opened;
+//                             the 4096-byte attribute value area, a static local of
+//                             UnpackMessageM8; both wiped when the parse ends
+//   crypto/hmac.cpp           g_HmacScratch: staging area of every keyed hash (crypto.h)
+//   crypto/key_agreement.cpp  SessionParams: the SM2 parameter block handed to ZEV at attach
+//   common/check_codes.cpp    g_FailedCheck, g_FailedCheckLine: the last refused check
+//   signing/curve192.cpp      g_Curve, g_ModMulP, g_CurveReady: the signing curve, set at attach
+//   signing/field192.cpp      g_CurveA, g_CombX, g_CombY: curve constant and comb table, at attach
+//   signing/fixed_base_table.cpp  g_FixedBasePoints: the 128-point fixed-base table, at attach
+//   signing/random_scalar.cpp g_RandomCounter: counter mixed into the signing scalar
+//   signing/securechip_client.cpp  g_SecureChipClient (the client object shared with its
+//                             watcher thread), g_chip_timeout_ms (the reply timeout)
+//   platform/randomness.cpp   g_random_source: compatible or system random source
+//   platform/seams.cpp        g_compat_rand and the time/generator overrides tests install
+//   platform/trace.cpp        g_trace_callback, g_trace_context, g_trace_callback_secrets,
+//                             g_env_sink, g_env_secrets, g_trace_file: where the trace goes
+//   platform/securechip_transport_{posix,win32}.cpp  g_policy: the secure-chip peer policy
+//                             (accounts allowed to serve); t_last_error (per thread); the
+//                             posix connection counter and the win32 module pin (static locals)
+
 // True for the Wi-Fi flavour, false for every WAPI mode.
 inline bool is_wifi_flavour() { return g_WPS_mode == WIFI_WPS; }
-
-// Wipes the secrets of a run (device password, secret fields of both key records, the HMAC
-// scratch). StartWPS and StopWPS call it, and so every run's closing EAP-Failure.
-void wipe_run_secrets();
 
 // Runs once when the process attaches the library: prepares the signing curve, then opens the
 // ZEV session. Called by the platform's attach hook (DllMain or a constructor).

@@ -5,6 +5,7 @@
 #include "api/context.h"
 #include "common/bytes.h"
 #include "crypto/crypto.h"
+#include "engine/engine.h"
 #include "platform/platform.h"
 #include "signing/curve192.h"
 #include "wapiwps.h"
@@ -14,25 +15,7 @@ namespace {
 constexpr int32_t kRefused = -1;
 constexpr int32_t kSystemSourceUnavailable = -2;
 
-template <typename... Field>
-void wipe_all(Field&... fields) {
-    (secure_wipe(fields, sizeof fields), ...);
-}
-
-void wipe_key_record(PartyKeyInfo& r) {
-    wipe_all(r.PrivateKey, r.TempPrivateKey, r.SecretNonce1, r.SecretNonce2, r.Psk1, r.Psk2,
-             r.SharedSecret, r.AuthKey, r.KeyWrapKey, r.Emsk, r.Kdk, r.DhKey);
-}
-
 }  // namespace
-
-// Nonces, hashes, Authenticators and IVs have been on the air and stay; the key pair of
-// GeneratePrivateKey, the admin login key and the results outlive the run on purpose.
-void wipe_run_secrets() {
-    wipe_all(g_MyMsgInfo.DevicePassword, g_HmacScratch);
-    wipe_key_record(g_EnrolleeKeys);
-    wipe_key_record(g_RegistrarKeys);
-}
 
 extern "C" int32_t WapiWps_SetRandomSource(int32_t source) {
     if (source == WAPIWPS_RANDOM_COMPATIBLE) {

@@ -1,6 +1,5 @@
 // Session control exports: the device identity for M1, starting a run (EAPOL-Start), starting
 // one with the secure chip, and stopping.
-#include <cstdlib>
 #include <cstring>
 
 #include "api/context.h"
@@ -39,23 +38,6 @@ constexpr size_t kNameUnitsRead = 64;
 
 static_assert(sizeof(kModelName) <= kTextFieldLen &&
               kPrefixLen + kEapolHeaderLen <= kMaxOutFrameLen);
-
-void forget_identity_list() {
-    g_IdentityCount = 0;
-    std::free(g_IdentityList);
-    g_IdentityList = nullptr;
-}
-
-// The reset shared by StopWPS and StartWPS (which keeps the identity list).
-void reset_session() {
-    wipe_run_secrets();
-    g_State_Machine = WAIT_START;
-    g_WPS_mode = NO_WPS;
-    g_FragState = NO_FRAG;
-    std::memset(PeerAddress, 0, sizeof PeerAddress);
-    g_PeerCertFlag = 0;
-    g_IsDoSecureChip = 0;
-}
 
 void set_text(char (&field)[kTextFieldLen], const char* text) {
     std::memset(field, 0, sizeof field);
@@ -149,7 +131,7 @@ int32_t StartWPS(const uint8_t* localAddress, int32_t addressMode, int32_t wpsMo
     if (localAddress == nullptr || peer == nullptr || outFrame == nullptr || outLen == nullptr)
         return 0;
     trace("Stop WPS 2.\r\n");
-    reset_session();
+    reset_run();
     run_status_begin();
 
     trace("Start WPS. WPS_mode = %d\r\n", static_cast<int>(wpsMode));
@@ -188,8 +170,6 @@ int32_t StartWPS_SecureChip(const uint8_t* localAddress, int32_t addressMode, in
 }
 
 int32_t StopWPS(void) {
-    trace("Stop WPS.\r\n");
-    reset_session();
-    forget_identity_list();
+    stop_run();
     return 1;
 }

@@ -59,3 +59,9 @@ inline void secure_wipe(void* p, size_t n) {
     while (n--) *v++ = 0;
 #endif
 }
+
+// secure_wipe over each whole field (arrays, records) named.
+template <typename... Field>
+void wipe_all(Field&... fields) {
+    (secure_wipe(fields, sizeof fields), ...);
+}

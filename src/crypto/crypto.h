@@ -17,6 +17,9 @@ void OpenZevSession();
 bool InitSession();                      // nonces, secret nonces, first key pair
 void ResetPartyKeyInfo(PartyKeyInfo& record);
 int32_t CreatePubkey();                  // 0 or -1
+// M1's temporary key pair into g_EnrolleeKeys.TempPrivateKey/TempPublicKey; zero when the
+// library cannot make it.
+void CreateTempPubkey();
 int32_t ComputerExchangeKey();           // 0 or -1; fills g_EnrolleeKeys.SharedSecret
 constexpr char KDF_LABEL[] = "Wi-Fi Easy and Secure Key Derivation";  // 36 characters
 // The session handle as printed by the "%x" trace lines around ZEV calls: its low 32 bits.

@@ -114,23 +114,54 @@ bool InitSession() {
     return true;
 }
 
+namespace {
+
+// One SM2 agreement key pair from the ZEV library into private_key[32] and public_key[64]
+// (x || y). On a non-zero status nothing is written and the status is returned.
+int32_t make_agreement_pair(uint8_t* private_key, uint8_t* public_key) {
+    ZEV_ECCPrivateKey zev_private{};
+    ZEV_ECCPublicKey zev_public{};
+    const int32_t status =
+        ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &zev_private, &zev_public);
+    if (status == 0) {
+        std::memcpy(private_key, zev_private.K, kSm2PrivateKeyLen);
+        std::memcpy(public_key, zev_public.x, kSm2CoordLen);
+        std::memcpy(public_key + kSm2CoordLen, zev_public.y, kSm2CoordLen);
+    }
+    secure_wipe(&zev_private, sizeof(zev_private));
+    return status;
+}
+
+}  // namespace
+
 int32_t CreatePubkey() {
     trace("CreatePubkey Start.\r\n");
     trace("Start ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n", session_handle_trace());
-    ZEV_ECCPrivateKey private_key{};
-    ZEV_ECCPublicKey public_key{};
-    if (ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &private_key, &public_key) != 0) {
+    if (make_agreement_pair(g_EnrolleeKeys.PrivateKey, g_EnrolleeKeys.PublicKey) != 0) {
         trace("ZEV_SM2_GenerateAgreementDataWithECC != 0.\r\n");
-        secure_wipe(&private_key, sizeof(private_key));
         return -1;
     }
     trace("End ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n", session_handle_trace());
-    std::memcpy(g_EnrolleeKeys.PrivateKey, private_key.K, sizeof(g_EnrolleeKeys.PrivateKey));
-    std::memcpy(g_EnrolleeKeys.PublicKey, public_key.x, kSm2CoordLen);
-    std::memcpy(g_EnrolleeKeys.PublicKey + kSm2CoordLen, public_key.y, kSm2CoordLen);
-    secure_wipe(&private_key, sizeof(private_key));
     trace("CreatePubkey End.\r\n");
     return 0;
+}
+
+void CreateTempPubkey() {
+    trace("BuildMessageM1 Start ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n",
+          session_handle_trace());
+    const int32_t status =
+        make_agreement_pair(g_EnrolleeKeys.TempPrivateKey, g_EnrolleeKeys.TempPublicKey);
+    trace("BuildMessageM1 End ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n",
+          session_handle_trace());
+    if (status != 0) {
+        // Our choice when the library cannot make the pair: M1 still goes out (the builder has no
+        // failure path), but with a zero temporary key rather than whatever the library left in
+        // its records. The registrar cannot agree on a key with the zero point, so the exchange
+        // stops at M2 instead of running on half-written key material.
+        trace("BuildMessageM1 ZEV_SM2_GenerateAgreementDataWithECC != 0.\r\n");
+        std::memset(g_EnrolleeKeys.TempPrivateKey, 0, sizeof(g_EnrolleeKeys.TempPrivateKey));
+        std::memset(g_EnrolleeKeys.TempPublicKey, 0, sizeof(g_EnrolleeKeys.TempPublicKey));
+    }
 }
 
 int32_t ComputerExchangeKey() {

@@ -4,6 +4,7 @@
 
 #include "api/context.h"
 #include "common/check_codes.h"
+#include "crypto/crypto.h"
 #include "engine/engine.h"
 #include "engine/frame_bytes.h"
 #include "engine/run_status.h"
@@ -46,6 +47,7 @@ int32_t answered(const Received& rx, int32_t result) {
 
 int32_t answer_nack(const Received& rx, uint16_t configError) {
     PackNack(rx.answer, rx.outLength, configError);
+    g_State_Machine = SEND_NACK_WAIT_FAILURE;
     return answered(rx, kResultAccepted);
 }
 
@@ -83,7 +85,7 @@ int32_t on_failure(const Received& rx) {
     else
         trace("Receive Teap failure message when SEND_NACK_WAIT_FAILURE.\r\n");
     g_State_Machine = WAIT_START;
-    StopWPS();
+    stop_run();
     return after_done ? kResultSuccess : kResultEnded;
 }
 
@@ -104,6 +106,10 @@ int32_t on_start(const Received& rx) {
     g_EapIdentifier = rx.identifier;
     const int32_t refused = checker_result(UnpackRequestStart(rx.frame, rx.length));
     if (refused != 0) return refused;
+    // The session (nonces, secret nonces, first key pair) starts here; PackM1 only packs. The
+    // "Start Pack M1." line has always opened this step, session start included.
+    trace("Start Pack M1.\r\n");
+    if (!InitSession()) return drop(CheckId::DropM1NotBuilt);
     if (PackM1(rx.answer, rx.outLength) != 0) return drop(CheckId::DropM1NotBuilt);
     g_State_Machine = WAIT_M2;
     return answered(rx, kResultAccepted);

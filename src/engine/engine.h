@@ -10,6 +10,19 @@
 #include <cstddef>
 #include <cstdint>
 
+// ---- Ending a run (engine/run_reset.cpp) --------------------------------------------------------
+// Wipes the secrets of a run (device password, secret fields of both key records, the HMAC
+// scratch). Every reset below calls it.
+void wipe_run_secrets();
+// Frees the heap block of certificate identities and forgets its count.
+void forget_identity_list();
+// Back to WAIT_START with no mode, no reassembly, no peer address, no chip; keeps the identity
+// list. StartWPS calls it before a new run.
+void reset_run();
+// Traces "Stop WPS.", resets the run and forgets the identity list: StopWPS and the dispatcher's
+// closing EAP-Failure.
+void stop_run();
+
 // ---- Frame layout ------------------------------------------------------------------------------
 constexpr uint8_t EAPOL_VERSION = 2;
 constexpr uint8_t EAPOL_TYPE_EAP_PACKET = 0;
@@ -68,13 +81,14 @@ int32_t PackEapolStart(uint8_t* buffer, uint32_t* outLength);
 int32_t PackResponseIdentity(uint8_t* buffer, uint32_t* outLength);
 
 // ---- Message wrappers, sent side: headers around a builder; 0 on success ---------------------
-int32_t PackM1(uint8_t* buffer, uint32_t* outLength);  // -1 when the session cannot start
+// PackM1 packs the session that InitSession started; the caller traces "Start Pack M1." first.
+int32_t PackM1(uint8_t* buffer, uint32_t* outLength);  // -1 when M1 outgrows its frame
 int32_t PackM3(uint8_t* buffer, uint32_t* outLength);
 int32_t PackM5(uint8_t* buffer, uint32_t* outLength);
 int32_t PackM7(uint8_t* buffer, uint32_t* outLength);  // -1 when signing fails
 int32_t PackDone(uint8_t* buffer, uint32_t* outLength);
 int32_t PackAck(uint8_t* buffer, uint32_t* outLength);
-int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError);  // state := 9
+int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError);
 
 // ---- Message wrappers, received side: header check, then the parser ------------------------
 int32_t UnpackM2(const uint8_t* frame, uint32_t frameLength);

@@ -279,8 +279,6 @@ int32_t PackResponseIdentity(uint8_t* buffer, uint32_t* outLength) {
 // -----------------------------------------------------------------
 
 int32_t PackM1(uint8_t* buffer, uint32_t* outLength) {
-    trace("Start Pack M1.\r\n");
-    if (!InitSession()) return -1;
     uint32_t messageLength = 0;
     if (!BuildMessageM1(buffer + kFrameHeaderLen, &messageLength) || messageLength > kMaxBodyLen)
         return -1;
@@ -330,7 +328,6 @@ int32_t PackNack(uint8_t* buffer, uint32_t* outLength, uint16_t configError) {
     uint32_t messageLength = 0;
     BuildMessageNACK(buffer + kFrameHeaderLen, &messageLength, configError);
     wrap_message(buffer, WSC_OP_NACK, messageLength, outLength);
-    g_State_Machine = SEND_NACK_WAIT_FAILURE;
     trace("Pack NACK message success.\r\n");
     return 0;
 }

@@ -13,7 +13,6 @@ RunStatus g_RunStatus = {0, 0, 0, WAPIWPS_OUTCOME_NONE, 0, 0, 0, -1, {}, {}, {},
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 
 // First attribute of `type` in `body`, walked without trace lines and only over bytes that exist;
 // an empty span when absent or cut short.

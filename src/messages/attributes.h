@@ -1,7 +1,11 @@
 // Simple Config attribute types and Message Type values used by this protocol.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+
+// Every attribute starts with a 16-bit type and a 16-bit length, big-endian.
+constexpr size_t kTlvHeaderLen = 4;
 
 enum : uint16_t {
     ATTR_ASSOCIATION_STATE = 0x1002,

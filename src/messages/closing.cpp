@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kClosingBodyLen = (kTlvHeaderLen + 1) * 2 + (kTlvHeaderLen + kNonceLen) * 2;
 constexpr size_t kNackBodyLen = kClosingBodyLen + kTlvHeaderLen + 2;
 static_assert(kClosingBodyLen == 50 && kNackBodyLen == 56);

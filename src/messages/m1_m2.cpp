@@ -7,11 +7,9 @@
 #include "messages/messages.h"
 #include "messages/tlv_checks.h"
 #include "platform/platform.h"
-#include "zev.h"
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kPublicKeyAttrLen = 128;  // first public key x || y, then temporary x || y
 constexpr size_t kPublicKeyWorkLen = 256;
 constexpr size_t kPrimaryDevTypeLen = 8;
@@ -47,27 +45,7 @@ void add_text(uint8_t** cursor, uint16_t type, const char* field) {
 // Makes the temporary key pair and lays out the 128-byte Public Key value in `work`.
 void make_public_key_value(uint8_t* work) {
     std::memcpy(work, g_EnrolleeKeys.PublicKey, kSm2PublicKeyLen);
-    ZEV_ECCPrivateKey private_key{};
-    ZEV_ECCPublicKey public_key{};
-    trace("BuildMessageM1 Start ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n",
-          session_handle_trace());
-    const int32_t status =
-        ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &private_key, &public_key);
-    trace("BuildMessageM1 End ZEV_SM2_GenerateAgreementDataWithECC==%x.\r\n",
-          session_handle_trace());
-    if (status != 0) {
-        // Our choice when the library cannot make the pair: M1 still goes out (the builder has no
-        // failure path), but with a zero temporary key rather than whatever the library left in
-        // its records. The registrar cannot agree on a key with the zero point, so the exchange
-        // stops at M2 instead of running on half-written key material.
-        trace("BuildMessageM1 ZEV_SM2_GenerateAgreementDataWithECC != 0.\r\n");
-        std::memset(&private_key, 0, sizeof(private_key));
-        std::memset(&public_key, 0, sizeof(public_key));
-    }
-    std::memcpy(g_EnrolleeKeys.TempPrivateKey, private_key.K, kSm2PrivateKeyLen);
-    std::memcpy(g_EnrolleeKeys.TempPublicKey, public_key.x, kSm2CoordLen);
-    std::memcpy(g_EnrolleeKeys.TempPublicKey + kSm2CoordLen, public_key.y, kSm2CoordLen);
-    secure_wipe(&private_key, sizeof(private_key));
+    CreateTempPubkey();
     std::memcpy(work + kSm2PublicKeyLen, g_EnrolleeKeys.TempPublicKey, kSm2PublicKeyLen);
 }
 

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kHashLen = 32;
 constexpr size_t kMacLen = 32;
 constexpr size_t kAuthenticatorLen = 8;
@@ -18,13 +17,6 @@ constexpr size_t kWorkLen = 2048;
 
 constexpr size_t kM3Len = 6 * kTlvHeaderLen + 1 + 1 + kNonceLen + 2 * kHashLen + kAuthenticatorLen;
 static_assert(kM3Len <= kMaxBodyLen, "M3 must fit the output frame");
-
-// Decrypted settings of M4 and M6, read by position: a 4-byte header (not examined), the secret
-// nonce, a 4-byte header (not examined) and the Key Wrap Authenticator over the first 20 bytes.
-constexpr size_t kSettingsNonceOffset = 4;
-constexpr size_t kSettingsKwaCovered = 20;
-constexpr size_t kSettingsKwaOffset = 24;
-constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
 
 constexpr uint8_t kM4MsgType[1] = {WPS_MSG_TYPE_M4};
 
@@ -45,21 +37,12 @@ StepResult open_settings(ParseState& s) {
 }
 StepResult check_key_wrap_auth(ParseState& s) {
     // Settings too short to hold the nonce and the Key Wrap Authenticator fail this step.
-    if (s.decrypted_len < kSettingsMinLen) return kStepFailed;
-    uint8_t mac[kMacLen] = {};
-    HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
-                  kSettingsKwaCovered, mac);
-    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
-        return kStepFailed;
-    return kStepPassed;
+    return check_settings_key_wrap_auth(s);
 }
 StepResult check_r_hash1(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.SecretNonce1, s.value.data() + kSettingsNonceOffset, kNonceLen);
     // Recomputed into the E-Hash1 field on purpose: E-Hash1 is not needed after M3.
-    ComputeRHash1(g_EnrolleeKeys.Hash1);
-    if (!equal_ct(g_EnrolleeKeys.Hash1, g_RegistrarKeys.Hash1, kHashLen))
-        return kStepFailed;
-    return kStepPassed;
+    return check_settings_r_hash(s, g_RegistrarKeys.SecretNonce1, ComputeRHash1,
+                                 g_EnrolleeKeys.Hash1, g_RegistrarKeys.Hash1);
 }
 
 // M4 checks, in the order they run; the first failure is the result.

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
-constexpr size_t kHashLen = 32;
 constexpr size_t kMacLen = 32;
 constexpr size_t kIvLen = 16;
 constexpr size_t kAuthenticatorLen = 8;
@@ -32,12 +30,6 @@ constexpr size_t kM5Len =
     5 * kTlvHeaderLen + 1 + 1 + kNonceLen + kIvLen + kM5SettingsLen + kAuthenticatorLen;
 static_assert(kM5Len <= kMaxBodyLen, "M5 must fit the output frame");
 
-// Decrypted settings of M6, read by position as in M4.
-constexpr size_t kSettingsNonceOffset = 4;
-constexpr size_t kSettingsKwaCovered = 20;
-constexpr size_t kSettingsKwaOffset = 24;
-constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
-
 constexpr uint8_t kM6MsgType[1] = {WPS_MSG_TYPE_M6};
 
 
@@ -45,21 +37,12 @@ StepResult check_key_wrap_auth(ParseState& s) {
     // A padding value of 0 removes nothing. Settings too short for the nonce and the Key Wrap
     // Authenticator once the padding is gone fail this step.
     strip_padding(s);
-    if (s.decrypted_len < kSettingsMinLen) return kStepFailed;
-    uint8_t mac[kMacLen] = {};
-    HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
-                  kSettingsKwaCovered, mac);
-    if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
-        return kStepFailed;
-    return kStepPassed;
+    return check_settings_key_wrap_auth(s);
 }
 StepResult check_r_hash2(ParseState& s) {
-    std::memcpy(g_RegistrarKeys.SecretNonce2, s.value.data() + kSettingsNonceOffset, kNonceLen);
     // Recomputed into the E-Hash2 field on purpose: E-Hash2 is not needed after M3.
-    ComputeRHash2(g_EnrolleeKeys.Hash2);
-    if (!equal_ct(g_EnrolleeKeys.Hash2, g_RegistrarKeys.Hash2, kHashLen))
-        return kStepFailed;
-    return kStepPassed;
+    return check_settings_r_hash(s, g_RegistrarKeys.SecretNonce2, ComputeRHash2,
+                                 g_EnrolleeKeys.Hash2, g_RegistrarKeys.Hash2);
 }
 
 // M6 checks, in the order they run; the first failure is the result.

@@ -14,9 +14,8 @@
 
 namespace {
 
-constexpr size_t kAttrHeaderLen = 4;
 constexpr size_t kSignatureLen = 48;
-constexpr size_t kSigningKeyAttrLen = kAttrHeaderLen + kEccPublicKeyLen;  // 52
+constexpr size_t kSigningKeyAttrLen = kTlvHeaderLen + kEccPublicKeyLen;  // 52
 constexpr size_t kIdentityPrefixLen = 4;  // u16 1, u16 Length, in CertificateMode 1
 
 // Work buffers. The largest request is CertificateMode 1 with a full identity: Signing Public Key
@@ -24,14 +23,14 @@ constexpr size_t kIdentityPrefixLen = 4;  // u16 1, u16 Length, in CertificateMo
 // E-SNonce2, Certificate Needed, the request header, the Key Wrap Authenticator and a block of
 // padding; sealing adds the IV.
 constexpr size_t kMaxRequestLen =
-    kSigningKeyAttrLen + kAttrHeaderLen + kIdentityPrefixLen + kIdentityDataMax +
-    kAttrHeaderLen + kSignatureLen;
+    kSigningKeyAttrLen + kTlvHeaderLen + kIdentityPrefixLen + kIdentityDataMax +
+    kTlvHeaderLen + kSignatureLen;
 constexpr size_t kMaxSettingsLen =
-    (kAttrHeaderLen + 16) + (kAttrHeaderLen + 1) + (kAttrHeaderLen + kMaxRequestLen) +
-    (kAttrHeaderLen + 8) + 16;
+    (kTlvHeaderLen + 16) + (kTlvHeaderLen + 1) + (kTlvHeaderLen + kMaxRequestLen) +
+    (kTlvHeaderLen + 8) + 16;
 constexpr size_t kMaxSealedLen = 16 + kMaxSettingsLen;
-constexpr size_t kMaxM7BodyLen = (kAttrHeaderLen + 1) * 2 + (kAttrHeaderLen + kNonceLen) +
-                                 (kAttrHeaderLen + kMaxSealedLen) + (kAttrHeaderLen + 8);
+constexpr size_t kMaxM7BodyLen = (kTlvHeaderLen + 1) * 2 + (kTlvHeaderLen + kNonceLen) +
+                                 (kTlvHeaderLen + kMaxSealedLen) + (kTlvHeaderLen + 8);
 static_assert(kMaxM7BodyLen <= kMaxBodyLen, "M7 must fit the host's output frame");
 static_assert(kMaxSealedLen <= 0xFFFF, "Encrypted Settings length is a 16-bit field");
 
@@ -153,7 +152,7 @@ bool build_certificate_request(const Identity& id, uint8_t* request, size_t* req
     } else if (CertificateMode == 2 && CertificateNeeded == 0) {
         // The identity as registered, signed whole with the key held from an earlier run.
         AddTlv(&cursor, ATTR_CERTIFICATE_IDENTITY, id.data, id.length);
-        if (!sign_request(request, &cursor, kAttrHeaderLen + id.length)) return false;
+        if (!sign_request(request, &cursor, kTlvHeaderLen + id.length)) return false;
     }
     *request_len = static_cast<size_t>(cursor - request);
     return true;

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr size_t kAreaLen = 4096;   // value area and credential area
-constexpr size_t kKwaTailLen = 12;  // Key Wrap Authenticator attribute: 4-byte header, 8 bytes
+constexpr size_t kKwaTailLen = kTlvHeaderLen + 8;  // the Key Wrap Authenticator attribute
 constexpr uint8_t kM8MsgType[] = {WPS_MSG_TYPE_M8};
 // Longest network key we hand to the host: 64 raw bytes, or 64 hex characters decoding to 32.
 // Longer keys would not fit the getter's documented 64-byte buffer or the 32-byte decoding area,

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr size_t kTlvHeaderLen = 4;
 constexpr size_t kTlvLengthFieldOffset = 2;
 
 uint16_t byte_swapped(uint16_t v) {
