@@ -18,6 +18,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "wapiwps_version.h" /* WAPIWPS_VERSION_MAJOR, _MINOR, _PATCH, _STRING */
+
 #if defined(_WIN32)
 #if defined(WAPIWPS_BUILDING)
 #define WAPIWPS_API __declspec(dllexport)
@@ -183,6 +185,13 @@ WAPIWPS_API int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* c
 typedef void (*wapiwps_trace_fn)(void* context, const char* line);
 WAPIWPS_API int32_t WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
                                              int32_t includeSecrets);
+
+/*
+ * Extension: the library's version as "MAJOR.MINOR.PATCH", a static NUL-terminated string.
+ * Compare it with WAPIWPS_VERSION_STRING (wapiwps_version.h) to see whether the library loaded at
+ * run time is the one the host was built against; hosts built for 1.x work with every 1.y.
+ */
+WAPIWPS_API const char* WapiWps_Version(void);
 
 #ifdef __cplusplus
 }

@@ -29,6 +29,7 @@ enum class Command { None, Demo, Enroll, Registrar };
 struct Options {
     Command command = Command::None;
     bool help = false;
+    bool version = false;  // --version: print the library's version
     uint32_t wps_mode = 3;           // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
     std::optional<std::string> pin;  // absent: push-button password "00000000"
     bool secure_chip = false;

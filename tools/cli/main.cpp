@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "cli.h"
+#include "wapiwps.h"
 
 int main(int argc, char** argv) {
     using namespace cli;
@@ -13,6 +14,10 @@ int main(int argc, char** argv) {
     if (!parse_options(args, opt, error)) {
         std::fprintf(stderr, "wapiwps: %s\n%s", error.c_str(), usage_text(opt.command));
         return kExitUsage;
+    }
+    if (opt.version) {
+        std::printf("wapiwps %s\n", WapiWps_Version());
+        return kExitOk;
     }
     if (opt.help) {
         std::printf("%s", usage_text(opt.command));

@@ -16,7 +16,8 @@ constexpr const char* kMainUsage =
     "  enroll     the enrollee over a real interface (libpcap)\n"
     "  registrar  the reference registrar over a real interface (libpcap)\n"
     "\n"
-    "'wapiwps <command> --help' describes the options of each command.\n"
+    "'wapiwps <command> --help' describes the options of each command; 'wapiwps --version'\n"
+    "prints the version of the library in use.\n"
     "\n"
     "exit codes: 0 success, 1 exchange failed or refused, 2 usage error, 3 timeout,\n"
     "            4 interface or pcap error, 5 library or secure-chip set-up error\n";
@@ -154,6 +155,9 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         opt.command = Command::Registrar;
     else if (cmd == "--help" || cmd == "-h" || cmd == "help") {
         opt.help = true;
+        return true;
+    } else if (cmd == "--version") {
+        opt.version = true;
         return true;
     } else {
         error = "unknown command '" + cmd + "'";
