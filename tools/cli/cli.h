@@ -104,12 +104,11 @@ class PcapWriter {
     PcapWriter(const PcapWriter&) = delete;
     PcapWriter& operator=(const PcapWriter&) = delete;
     bool open(const std::string& path, std::string& error);
-    bool is_open() const { return dumper_ != nullptr; }
+    bool is_open() const { return file_ != nullptr; }
     void write(const Mac& dst, const Mac& src, std::span<const uint8_t> eapol);
 
   private:
-    void* dead_ = nullptr;    // pcap_t*
-    void* dumper_ = nullptr;  // pcap_dumper_t*
+    void* file_ = nullptr;  // std::FILE*
 };
 
 constexpr uint16_t kEthertypeEapol = 0x888E;

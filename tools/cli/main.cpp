@@ -7,7 +7,12 @@
 int main(int argc, char** argv) {
     using namespace cli;
     // Progress lines appear as the exchange advances, also when stdout is a pipe.
+    // (The Windows C runtime has no line buffering: unbuffered there.)
+#if defined(_WIN32)
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+#else
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
+#endif
     std::vector<std::string> args(argv + 1, argv + argc);
     Options opt;
     std::string error;
