@@ -42,26 +42,10 @@ demo:
 	ninja -C build/demo -j$(JOBS) wapiwps_cli
 	build/demo/bin/wapiwps demo
 
-package: deps
-	cmake -G Ninja -S . -B build/package-linux -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_TESTS=OFF \
-		-DWAPIWPS_WERROR=OFF >/dev/null
-	ninja -C build/package-linux -j$(JOBS)
-	cd build/package-linux && cpack
-	@set -e; for arch in win64:mingw-w64 win32:mingw-w64-i686; do \
-		dir=build/package-$${arch%%:*}; \
-		cmake -G Ninja -S . -B $$dir -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_TESTS=OFF \
-			-DWAPIWPS_WERROR=OFF -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/$${arch#*:}.cmake >/dev/null; \
-		ninja -C $$dir -j$(JOBS); (cd $$dir && cpack); done
-	@ls -1 build/package-*/packages/*.deb build/package-*/packages/*.zip
-
-install-wireshark-plugin:
-	mkdir -p $(PLUGIN_DIR)
-	cp tools/wireshark/wapiwps.lua $(PLUGIN_DIR)/
-	@echo "installed $(PLUGIN_DIR)/wapiwps.lua"
-
+# The tools stay on: bench_exchange runs whole exchanges against the reference registrar.
 bench:
 	cmake -G Ninja -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DWAPIWPS_BUILD_BENCH=ON \
-		-DWAPIWPS_BUILD_TESTS=OFF -DWAPIWPS_BUILD_TOOLS=OFF >/dev/null
+		-DWAPIWPS_BUILD_TESTS=OFF -DWAPIWPS_BUILD_TOOLS=ON >/dev/null
 	ninja -C build/bench -j$(JOBS)
 	@set -e; for b in build/bench/bin/bench_*; do echo "== $$b"; $$b; done
 

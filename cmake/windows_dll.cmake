@@ -11,7 +11,7 @@ endif()
 set(WAPIWPS_ARCH_NAME ${WAPIWPS_ARCH_NAME} PARENT_SCOPE)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/wapiwps.rc.in ${CMAKE_CURRENT_BINARY_DIR}/wapiwps.rc @ONLY)
 
-target_link_libraries(wapiwps PRIVATE ws2_32)
+target_link_libraries(wapiwps PRIVATE ws2_32 bcrypt)
 target_sources(wapiwps PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/wapiwps.def
                                ${CMAKE_CURRENT_BINARY_DIR}/wapiwps.rc)
 set_target_properties(wapiwps PROPERTIES PREFIX "")

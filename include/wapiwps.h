@@ -11,6 +11,11 @@
  * buffer after it returns.
  *
  * Booleans come back as int32_t 0 (false) or 1 (true).
+ *
+ * Security: by default the nonces, IVs and software keys come from the C library generator seeded
+ * with the time, as registrars built for this protocol expect; see WapiWps_SetRandomSource for
+ * the strong alternative, and SECURITY.md (next to the README) for the threat model, the measured
+ * cost of the default's weaknesses and how to report a vulnerability.
  */
 #ifndef WAPIWPS_H
 #define WAPIWPS_H
@@ -185,6 +190,81 @@ WAPIWPS_API int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* c
 typedef void (*wapiwps_trace_fn)(void* context, const char* line);
 WAPIWPS_API int32_t WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
                                              int32_t includeSecrets);
+
+/*
+ * Extension: where the Enrollee Nonce, the secret nonces E-S1 and E-S2, every Encrypted Settings
+ * IV, the software signing key and the ECDSA nonce come from.
+ *   WAPIWPS_RANDOM_COMPATIBLE (default)  the C library generator seeded with the time in whole
+ *       seconds before every draw, exactly as registrars of this protocol expect: values drawn
+ *       in the same second are equal (E-S1 = E-S2 = the Enrollee Nonce sent in clear in M1, and
+ *       IVs repeat), which lets a rogue registrar recover the PIN offline and anyone who knows
+ *       the time recover the signing key. The library keeps its own copy of the generator; the
+ *       host's srand/rand sequence is never disturbed.
+ *   WAPIWPS_RANDOM_SYSTEM  the operating system's generator (BCryptGenRandom on Windows,
+ *       getrandom elsewhere); every value is drawn independently. Messages, key schedule and
+ *       results are otherwise identical.
+ * The environment variable WAPIWPS_RANDOM=system or WAPIWPS_RANDOM=compatible sets the value at
+ * load. Returns 0; -1 for an unknown value and -2 when the system generator cannot be read
+ * (nothing changed in either case). Takes effect at the next draw.
+ */
+#define WAPIWPS_RANDOM_COMPATIBLE 0
+#define WAPIWPS_RANDOM_SYSTEM 1
+WAPIWPS_API int32_t WapiWps_SetRandomSource(int32_t source);
+
+/*
+ * Extension: wipes every secret the library still holds, including what a run keeps on purpose:
+ * the software key pair (GetWPSResult_Cert, and certificate mode 2 of a later run signs with it),
+ * the secure-chip admin login key and the delivered credential (the getters then return nothing
+ * or zeros). For hosts that have stored these elsewhere. Run secrets (PIN, session keys, secret
+ * nonces) are already wiped by StartWPS, StopWPS and the run's closing EAP-Failure. Returns 0.
+ */
+WAPIWPS_API int32_t WapiWps_ClearSecrets(void);
+
+/*
+ * Extension: restores a software signing key for certificate mode 2, as a mode-1 run would have
+ * left it: privateKey is the 24 bytes GetWPSResult_Cert returned (a big-endian integer, signed
+ * with exactly as given); the public key is derived and kept for the getters. Returns 0, or -1
+ * (nothing changed) for a null pointer, a key of 0 or a key not below the curve order n.
+ * Without a key from this call or an earlier mode-1 run, a software-signed M7 in mode 2 is not
+ * sent: the run ends with NACK (Configuration Error 18), as when the secure chip fails to sign.
+ */
+WAPIWPS_API int32_t WapiWps_SetSigningKey(const uint8_t privateKey[24]);
+
+/*
+ * Extension: secure-chip service hardening (docs/secure-chip.md).
+ *
+ * Before anything is sent to the secure-chip service the library checks who serves it. POSIX: the
+ * socket's peer uid (SO_PEERCRED) at $WAPIWPS_SECURECHIP_SOCKET, by default
+ * /run/wapiwps/securechip.sock. Windows: the server process of "\\.\pipe\QMX470_pipe"
+ * (GetNamedPipeServerProcessId and its token's user; the pipe's owner when that token cannot be
+ * read), opened with SECURITY_IDENTIFICATION so that the server cannot act as the host. A server of
+ * another account is never sent a byte: to the library the service is then not running, and a
+ * trace line says why. By default root / LocalSystem, LocalService and NetworkService (and, for
+ * the pipe-owner fallback, BUILTIN\Administrators) and the host's own account may serve.
+ *
+ * WapiWps_SetSecureChipPeerPolicy replaces that set: accounts is a combination of the
+ * WAPIWPS_CHIP_PEER_* classes, and extraAccounts lists up to WAPIWPS_CHIP_PEER_MAX_EXTRA further
+ * accounts as text (POSIX: a decimal uid such as "998"; Windows: a SID string such as
+ * "S-1-5-21-1-2-3-1001"). WAPIWPS_CHIP_PEER_ANY switches the check off. Returns 0, or -1 with the
+ * policy unchanged for unknown bits, extraCount over the maximum, a null list with extraCount > 0
+ * or an entry that does not parse. Applies to connections opened afterwards: call it before
+ * StartWPS_SecureChip.
+ *
+ * WapiWps_SetSecureChipTimeout bounds every wait on the service: the connect (and a busy pipe),
+ * each request sent and each answer awaited. 0 restores the default of 5000 ms. An answer that
+ * does not come in time fails the request (M7 is then answered by a NACK) and drops the
+ * connection; the watcher reconnects while the service runs. Returns 0.
+ */
+#define WAPIWPS_CHIP_PEER_SYSTEM 0x1u /* uid 0; LocalSystem, LocalService, NetworkService */
+#define WAPIWPS_CHIP_PEER_SELF 0x2u   /* the host's own account (effective uid / token user) */
+#define WAPIWPS_CHIP_PEER_ANY 0x4u    /* no check: any account may serve */
+#define WAPIWPS_CHIP_PEER_DEFAULT (WAPIWPS_CHIP_PEER_SYSTEM | WAPIWPS_CHIP_PEER_SELF)
+#define WAPIWPS_CHIP_PEER_MAX_EXTRA 8
+#define WAPIWPS_CHIP_DEFAULT_TIMEOUT_MS 5000
+WAPIWPS_API int32_t WapiWps_SetSecureChipPeerPolicy(uint32_t accounts,
+                                                    const char* const* extraAccounts,
+                                                    uint32_t extraCount);
+WAPIWPS_API int32_t WapiWps_SetSecureChipTimeout(uint32_t milliseconds);
 
 /*
  * Extension: the library's version as "MAJOR.MINOR.PATCH", a static NUL-terminated string.

@@ -12,6 +12,7 @@ all_packages=(
     cmake ninja-build make g++ clang libclang-rt-14-dev   # compilers; ASan, UBSan, libFuzzer
     libgtest-dev googletest libbenchmark-dev               # GoogleTest (also its sources), benchmarks
     nlohmann-json3-dev                                     # the tests read their vector files with it
+    valgrind                                               # constant-time test of signing, make soak
     libgcrypt20-dev libssl-dev libpcap-dev                 # ZEV stand-in, registrar, tools
     g++-mingw-w64-x86-64 g++-mingw-w64-i686                # Windows builds, x64 and x86
     libgcrypt-mingw-w64-dev libgpg-error-mingw-w64-dev

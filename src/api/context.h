@@ -157,6 +157,10 @@ extern uint8_t g_SecureChipSignParam[16];
 // True for the Wi-Fi flavour, false for every WAPI mode.
 inline bool is_wifi_flavour() { return g_WPS_mode == WIFI_WPS; }
 
+// Wipes the secrets of a run (device password, secret fields of both key records, the HMAC
+// scratch). StartWPS and StopWPS call it, and so every run's closing EAP-Failure.
+void wipe_run_secrets();
+
 // Runs once when the process attaches the library: prepares the signing curve, then opens the
 // ZEV session. Called by the platform's attach hook (DllMain or a constructor).
 void on_process_attach();

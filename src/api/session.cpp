@@ -47,6 +47,7 @@ void forget_identity_list() {
 
 // The reset shared by StopWPS and StartWPS (which keeps the identity list).
 void reset_session() {
+    wipe_run_secrets();
     g_State_Machine = WAIT_START;
     g_WPS_mode = NO_WPS;
     g_FragState = NO_FRAG;

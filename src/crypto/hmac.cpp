@@ -28,6 +28,7 @@ void HmacPieces(const uint8_t* key, uint32_t keyLength,
         // partial input (callers also check their lengths before comparing).
         if (piece.size() > kHmacScratchLen - total) {
             std::memset(out, 0, kMacLen);
+            secure_wipe(g_HmacScratch, total);
             return;
         }
         if (!piece.empty()) std::memcpy(g_HmacScratch + total, piece.data(), piece.size());
@@ -37,6 +38,8 @@ void HmacPieces(const uint8_t* key, uint32_t keyLength,
     ZEV_HMAC_SM3(g_phSessionHandle, g_HmacScratch, static_cast<uint32_t>(total), key, keyLength,
                  out, kMacLen);
     trace("End HmacSHA256 ZEV_HMAC_SM3==%x.\r\n", session_handle_trace());
+    // The input may be a password half, a secret nonce or opened settings: never left behind.
+    secure_wipe(g_HmacScratch, total);
 }
 
 void HmacSHA256(const uint8_t* key, uint32_t keyLength, const uint8_t* data, uint32_t dataLength,

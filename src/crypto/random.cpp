@@ -4,6 +4,12 @@
 
 void RandomBytes16(uint8_t* out) {
     if (out == nullptr) return;
+    // System source (opt-in): every draw independent, so E-S1, E-S2, the Enrollee Nonce and each
+    // IV are unrelated even within one second.
+    if (platform::random_source() == platform::RandomSource::System) {
+        platform::system_random(out, 16);
+        return;
+    }
     // Re-seeded from the calendar second before every draw: the protocol's peers expect two
     // draws within one second to be equal, so this must not become an independent generator.
     platform::c_srand(static_cast<uint32_t>(platform::time_seconds()));

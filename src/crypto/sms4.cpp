@@ -44,8 +44,8 @@ constexpr std::array<uint32_t, kRounds> make_ck() {
 }
 constexpr std::array<uint32_t, kRounds> kCk = make_ck();
 
-// The S-box byte placed at byte position `pos` (0 = least significant) of a word, so that a round
-// applies the S-box to all four bytes with four lookups and XORs.
+// The S-box byte placed at byte position `pos` (0 = least significant) of a word: the key
+// schedule applies the S-box to all four bytes with four lookups and XORs, then L'.
 using PositionTable = std::array<uint32_t, 256>;
 constexpr PositionTable make_position_table(int pos) {
     PositionTable t{};
@@ -61,22 +61,58 @@ constexpr uint32_t rotl(uint32_t x, int n) {
     return (x << n) | (x >> (32 - n));
 }
 
+constexpr uint32_t diffusion_l(uint32_t b) {
+    return b ^ rotl(b, 2) ^ rotl(b, 10) ^ rotl(b, 18) ^ rotl(b, 24);
+}
+
+// The round's position tables with the diffusion L folded in: L is linear over XOR, so
+// L(tau(x)) is the XOR of L applied to each placed S-box byte. A round is then four lookups and
+// three XORs, with no rotations on the block's critical path (OFB cannot run blocks in parallel,
+// so one block's latency is the mode's throughput).
+constexpr PositionTable make_round_table(int pos) {
+    PositionTable t{};
+    for (int i = 0; i < 256; ++i) t[i] = diffusion_l(static_cast<uint32_t>(kSbox[i]) << (8 * pos));
+    return t;
+}
+constexpr PositionTable kRound0 = make_round_table(0);
+constexpr PositionTable kRound1 = make_round_table(1);
+constexpr PositionTable kRound2 = make_round_table(2);
+constexpr PositionTable kRound3 = make_round_table(3);
+
 // tau: the S-box on each byte of the word.
 inline uint32_t tau(uint32_t x) {
     return kSboxPos3[x >> 24] ^ kSboxPos2[(x >> 16) & 0xFF] ^ kSboxPos1[(x >> 8) & 0xFF] ^
            kSboxPos0[x & 0xFF];
 }
 
-// T: the round transformation (tau, then the linear diffusion L).
+// T: the round transformation (tau, then the linear diffusion L), through the folded tables.
 inline uint32_t round_t(uint32_t x) {
-    const uint32_t b = tau(x);
-    return b ^ rotl(b, 2) ^ rotl(b, 10) ^ rotl(b, 18) ^ rotl(b, 24);
+    return kRound3[x >> 24] ^ kRound2[(x >> 16) & 0xFF] ^ kRound1[(x >> 8) & 0xFF] ^
+           kRound0[x & 0xFF];
 }
 
 // T': the key-schedule transformation (tau, then L').
 inline uint32_t key_t(uint32_t x) {
     const uint32_t b = tau(x);
     return b ^ rotl(b, 13) ^ rotl(b, 23);
+}
+
+// The 32 rounds on the block as four words X0..X3; on return w holds X35, X34, X33, X32.
+// Each round's input XORs the two older words and the round key first, so only the newest word
+// joins it on the critical path.
+inline void encrypt_words(const uint32_t* rk, uint32_t w[4]) {
+    uint32_t x0 = w[0], x1 = w[1], x2 = w[2], x3 = w[3];
+    // Eight passes of four rounds; each pass rotates the roles of the four words back into place.
+    for (int i = 0; i < kRounds; i += 4) {
+        x0 ^= round_t((x1 ^ x2 ^ rk[i]) ^ x3);
+        x1 ^= round_t((x2 ^ x3 ^ rk[i + 1]) ^ x0);
+        x2 ^= round_t((x3 ^ x0 ^ rk[i + 2]) ^ x1);
+        x3 ^= round_t((x0 ^ x1 ^ rk[i + 3]) ^ x2);
+    }
+    w[0] = x3;
+    w[1] = x2;
+    w[2] = x1;
+    w[3] = x0;
 }
 
 constexpr bool sbox_is_permutation() {
@@ -89,7 +125,7 @@ constexpr bool sbox_is_permutation() {
 }
 static_assert(sbox_is_permutation(), "the S-box must be a permutation");
 static_assert(kCk[0] == 0x00070E15 && kCk[31] == 0x646B7279, "CK rule");
-static_assert(sizeof(kSboxPos0) == 1024, "each position table is 1024 bytes");
+static_assert(sizeof(kSboxPos0) == 1024 && sizeof(kRound0) == 1024, "each table is 1024 bytes");
 
 }  // namespace
 
@@ -112,23 +148,10 @@ int32_t Sms4KeySchedule(Sms4Schedule* schedule, const uint8_t* key, size_t keyLe
 }
 
 void Sms4EncryptBlock(const Sms4Schedule& schedule, const uint8_t* input, uint8_t* output) {
-    uint32_t x0 = get_be32(input);
-    uint32_t x1 = get_be32(input + 4);
-    uint32_t x2 = get_be32(input + 8);
-    uint32_t x3 = get_be32(input + 12);
-    const uint32_t* rk = schedule.rk;
-    // Eight passes of four rounds; each pass rotates the roles of the four words back into place.
-    for (int i = 0; i < kRounds; i += 4) {
-        x0 ^= round_t(x1 ^ x2 ^ x3 ^ rk[i]);
-        x1 ^= round_t(x2 ^ x3 ^ x0 ^ rk[i + 1]);
-        x2 ^= round_t(x3 ^ x0 ^ x1 ^ rk[i + 2]);
-        x3 ^= round_t(x0 ^ x1 ^ x2 ^ rk[i + 3]);
-    }
-    // Output is X35, X34, X33, X32.
-    put_be32(output, x3);
-    put_be32(output + 4, x2);
-    put_be32(output + 8, x1);
-    put_be32(output + 12, x0);
+    uint32_t w[4];
+    for (int i = 0; i < 4; ++i) w[i] = get_be32(input + 4 * i);
+    encrypt_words(schedule.rk, w);
+    for (int i = 0; i < 4; ++i) put_be32(output + 4 * i, w[i]);
 }
 
 int32_t Sms4EncryptBlockChecked(const Sms4Schedule* schedule, const uint8_t* input,
@@ -144,19 +167,32 @@ int32_t Sms4Ofb(const uint8_t* iv, const uint8_t* input, int32_t length, const u
         return -1;
     Sms4Schedule schedule;
     Sms4KeySchedule(&schedule, key, kKeyLen);
+    // The keystream stays in words between blocks (the output words are the next input); only
+    // the XOR with the data goes through bytes. Input and output may be the same area.
+    uint32_t w[4];
+    for (int i = 0; i < 4; ++i) w[i] = get_be32(iv + 4 * i);
     uint8_t block[kBlockLen];
-    std::memcpy(block, iv, kBlockLen);
-    // The keystream is kept in a block of its own, so input and output may be the same area.
     size_t done = 0;
     const size_t total = static_cast<size_t>(length);
-    while (done < total) {
-        Sms4EncryptBlock(schedule, block, block);
-        const size_t n = (total - done < kBlockLen) ? total - done : kBlockLen;
-        for (size_t i = 0; i < n; ++i)
+    while (total - done >= kBlockLen) {
+        encrypt_words(schedule.rk, w);
+        for (int i = 0; i < 4; ++i) put_be32(block + 4 * i, w[i]);
+        uint64_t data[2], stream[2];
+        std::memcpy(data, input + done, kBlockLen);
+        std::memcpy(stream, block, kBlockLen);
+        data[0] ^= stream[0];
+        data[1] ^= stream[1];
+        std::memcpy(output + done, data, kBlockLen);
+        done += kBlockLen;
+    }
+    if (done < total) {
+        encrypt_words(schedule.rk, w);
+        for (int i = 0; i < 4; ++i) put_be32(block + 4 * i, w[i]);
+        for (size_t i = 0; done + i < total; ++i)
             output[done + i] = static_cast<uint8_t>(input[done + i] ^ block[i]);
-        done += n;
     }
     secure_wipe(&schedule, sizeof(schedule));
+    secure_wipe(w, sizeof(w));
     secure_wipe(block, sizeof(block));
     return 0;
 }

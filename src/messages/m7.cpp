@@ -101,6 +101,14 @@ bool sign_request(uint8_t* request, uint8_t** cursor, size_t signed_len) {
                                              static_cast<uint32_t>(signed_len)) != 0)
             return false;
     } else {
+        // Only a key made by a mode-1 run or restored by the host can sign; a zero key would
+        // sign with d = 0, which anyone can forge.
+        uint8_t any = 0;
+        for (const uint8_t b : GeneratePrivateKey) any = static_cast<uint8_t>(any | b);
+        if (any == 0) {
+            trace("No signing key held, M7 not signed.\r\n");
+            return false;
+        }
         uint32_t limbs[12] = {};
         const int32_t count =
             bytes_to_limbs(GeneratePrivateKey, sizeof GeneratePrivateKey, limbs, 12);

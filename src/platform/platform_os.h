@@ -12,11 +12,29 @@ namespace platform::detail {
 // standard error with a "wapiwps[debug]: " prefix, because there is no debugger channel there.
 void debug_output(const char* line);
 
-// The real clock and the real C library generator, behind the test seams.
+// The real clock, behind the test seams.
 int64_t os_time_seconds();
 uint64_t os_file_time();
-void os_srand(uint32_t seed);
-int os_rand();
+// The operating system's cryptographic generator; false when it did not fill all len bytes.
+bool os_system_random(uint8_t* out, size_t len);
+
+// The two C library generators, each over a state of its own (plain aggregates: zero state until
+// seeded, usable before dynamic initialisation). Windows builds use the first, others the second.
+// msvcrt: x = x * 214013 + 2531011, output (x >> 16) & 0x7FFF.
+struct MsvcrtRand {
+    uint32_t holdrand;
+    void seed(uint32_t s);
+    int next();
+};
+// glibc's srand/rand (random_r TYPE_3): 31 words seeded by x * 16807 mod 2^31-1, an additive
+// lagged generator r[i] = r[i-31] + r[i-3] with the first 310 outputs discarded, output >> 1.
+struct GlibcRand {
+    int32_t state[31];
+    uint32_t front;  // index of fptr
+    uint32_t rear;   // index of rptr
+    void seed(uint32_t s);
+    int next();
+};
 
 #if !defined(_WIN32)
 // Packs a kernel release "major.minor.patch[-anything]" like GetVersion():

@@ -1,6 +1,9 @@
 // The platform interface on POSIX systems (Linux builds, tests and tools).
+#include <fcntl.h>
+#include <sys/random.h>
 #include <sys/utsname.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -28,11 +31,35 @@ uint64_t os_file_time() {
     return seconds * kFileTimeUnitsPerSecond + static_cast<uint64_t>(now.tv_nsec) / 100;
 }
 
-void os_srand(uint32_t seed) {
-    std::srand(seed);
+namespace {
+
+// Kernels before getrandom(2) (3.17) still have /dev/urandom.
+bool read_urandom(uint8_t* out, size_t len) {
+    const int fd = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    size_t done = 0;
+    while (done < len) {
+        const ssize_t n = ::read(fd, out + done, len - done);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        done += static_cast<size_t>(n);
+    }
+    ::close(fd);
+    return done == len;
 }
-int os_rand() {
-    return std::rand();
+
+}  // namespace
+
+bool os_system_random(uint8_t* out, size_t len) {
+    size_t done = 0;
+    while (done < len) {
+        const ssize_t n = ::getrandom(out + done, len - done, 0);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == ENOSYS) return read_urandom(out, len);
+        if (n <= 0) return false;
+        done += static_cast<size_t>(n);
+    }
+    return true;
 }
 
 namespace {

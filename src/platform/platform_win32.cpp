@@ -1,5 +1,7 @@
 // The platform interface on Windows (the DLL hosts load, and the test programs run under Wine).
 #include <windows.h>
+// After windows.h, which it needs.
+#include <bcrypt.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,11 +28,15 @@ uint64_t os_file_time() {
     return (static_cast<uint64_t>(file_time.dwHighDateTime) << 32) | file_time.dwLowDateTime;
 }
 
-void os_srand(uint32_t seed) {
-    std::srand(seed);
-}
-int os_rand() {
-    return std::rand();
+bool os_system_random(uint8_t* out, size_t len) {
+    while (len > 0) {
+        const ULONG chunk = len > 0x10000000u ? 0x10000000u : static_cast<ULONG>(len);
+        if (!BCRYPT_SUCCESS(::BCryptGenRandom(nullptr, out, chunk, BCRYPT_USE_SYSTEM_PREFERRED_RNG)))
+            return false;
+        out += chunk;
+        len -= chunk;
+    }
+    return true;
 }
 
 }  // namespace platform::detail

@@ -1,5 +1,6 @@
-// The clock and the C library generator as the protocol code sees them: the operating system's,
-// unless a test has substituted its own to make nonces, IVs and time stamps deterministic.
+// The clock and the C library generator as the protocol code sees them: the operating system's
+// clock and a private copy of the platform's generator, unless a test has substituted its own to
+// make nonces, IVs and time stamps deterministic.
 #include <atomic>
 
 #include "platform/platform.h"
@@ -12,6 +13,13 @@ constinit std::atomic<time_fn> g_time_override{nullptr};
 constinit std::atomic<file_time_fn> g_file_time_override{nullptr};
 constinit std::atomic<srand_fn> g_srand_override{nullptr};
 constinit std::atomic<rand_fn> g_rand_override{nullptr};
+
+// Our own generator state: the host's srand/rand sequence is never touched by the library.
+#if defined(_WIN32)
+detail::MsvcrtRand g_compat_rand;
+#else
+detail::GlibcRand g_compat_rand;
+#endif
 
 }  // namespace
 
@@ -30,13 +38,13 @@ void c_srand(uint32_t seed) {
     if (seed_fn != nullptr) {
         seed_fn(seed);
     } else {
-        detail::os_srand(seed);
+        g_compat_rand.seed(seed);
     }
 }
 
 int c_rand() {
     rand_fn next = g_rand_override.load(std::memory_order_acquire);
-    return next != nullptr ? next() : detail::os_rand();
+    return next != nullptr ? next() : g_compat_rand.next();
 }
 
 // Each pointer is replaced on its own; nullptr puts the operating system's function back.

@@ -1,6 +1,8 @@
 // POSIX secure-chip transport: an AF_UNIX SOCK_SEQPACKET socket stands in for the message-mode
 // named pipe, the socket path's existence for the service's running event, and a
-// mutex/condition pair for the manual-reset stop event.
+// mutex/condition pair for the manual-reset stop event. The peer is checked with SO_PEERCRED
+// (getpeereid where that is missing) and every wait on it is a poll() with the caller's timeout.
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -11,11 +13,13 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <new>
 
+#include "platform/securechip_policy.h"
 #include "platform/securechip_transport.h"
 
 namespace platform {
@@ -44,6 +48,13 @@ struct ChipThread {
     chip_thread_fn fn;
     void* arg;
 };
+
+namespace {
+
+// The accounts allowed to serve, read by the watcher at every open.
+ChipPeerPolicyStore<uid_t> g_policy;
+
+}  // namespace
 
 namespace {
 
@@ -96,9 +107,71 @@ ChipRead read_pending(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
 }
 
 void* thread_main(void* raw) {
+    // Touch this thread's error slot first: in a library loaded with dlopen the first use of a
+    // thread-local may allocate under the loader's lock, and that must not happen late, while
+    // dlclose (holding that lock) waits for this thread to end.
+    t_last_error = 0;
     ChipThread* t = static_cast<ChipThread*>(raw);
     t->fn(t->arg);
     return nullptr;
+}
+
+bool parse_uid(const char* text, uid_t* out) {
+    if (text[0] < '0' || text[0] > '9') return false;
+    unsigned long long v = 0;
+    for (const char* p = text; *p != '\0'; ++p) {
+        if (*p < '0' || *p > '9') return false;
+        v = v * 10 + static_cast<unsigned>(*p - '0');
+        if (v > 0xFFFFFFFEull) return false;  // (uid_t)-1 is "no uid"
+    }
+    *out = static_cast<uid_t>(v);
+    return true;
+}
+
+// The account that created the listening socket, as the kernel recorded it.
+bool peer_uid(int fd, uid_t* uid) {
+#if defined(SO_PEERCRED)
+    ucred cred;
+    socklen_t len = sizeof cred;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &cred, &len) != 0 || len != sizeof cred)
+        return false;
+    *uid = cred.uid;
+    return true;
+#else
+    gid_t gid;
+    return ::getpeereid(fd, uid, &gid) == 0;
+#endif
+}
+
+// True when the peer may serve; otherwise false with the reason in why.
+bool peer_allowed(int fd, char* why, size_t why_len) {
+    const ChipPeerPolicy<uid_t> policy = g_policy.get();
+    if (policy.classes & kChipPeerAny) return true;
+    uid_t uid;
+    if (!peer_uid(fd, &uid)) {
+        std::snprintf(why, why_len, "the server's credentials cannot be read (errno %d)", errno);
+        return false;
+    }
+    if ((policy.classes & kChipPeerSystem) && uid == 0) return true;
+    if ((policy.classes & kChipPeerSelf) && uid == ::geteuid()) return true;
+    for (uint32_t i = 0; i < policy.extra_count; ++i)
+        if (uid == policy.extra[i]) return true;
+    std::snprintf(why, why_len, "the server runs as uid %u, which is not allowed",
+                  static_cast<unsigned>(uid));
+    return false;
+}
+
+// Waits up to timeout_ms for fd to become ready for `events`; false with t_last_error set when it
+// does not (ETIMEDOUT), or when the peer hung up or the socket was shut down.
+bool wait_ready(int fd, short events, uint32_t timeout_ms) {
+    pollfd p{fd, events, 0};
+    for (;;) {
+        int timeout = timeout_ms > 0x7FFFFFFFu ? -1 : static_cast<int>(timeout_ms);
+        int n = ::poll(&p, 1, timeout);
+        if (n > 0) return (p.revents & events) != 0 || fail_with(EPIPE);
+        if (n == 0) return fail_with(ETIMEDOUT);
+        if (errno != EINTR) return fail_with(errno);
+    }
 }
 
 }  // namespace
@@ -109,6 +182,14 @@ uint32_t chip_last_error() {
 
 ChipEvent* chip_stop_event_create() {
     return new (std::nothrow) ChipEvent;
+}
+
+bool chip_set_peer_policy(uint32_t classes, const char* const* extra, uint32_t extra_count) {
+    return g_policy.set(classes, extra, extra_count, parse_uid);
+}
+
+void chip_event_close(ChipEvent* event) {
+    delete event;
 }
 
 void chip_stop_event_set(ChipEvent* event) {
@@ -151,7 +232,7 @@ ChipPause chip_wait_stop(ChipEvent* stop, uint32_t timeout_ms) {
     return wait_event(stop, timeout_ms) ? ChipPause::kSignalled : ChipPause::kTimeout;
 }
 
-ChipOpen chip_pipe_open(ChipPipe** out) {
+ChipOpen chip_pipe_open(ChipPipe** out, uint32_t timeout_ms, char* why, size_t why_len) {
     *out = nullptr;
     const char* path = socket_path();
     sockaddr_un addr;
@@ -169,11 +250,24 @@ ChipOpen chip_pipe_open(ChipPipe** out) {
         fail_with(errno);
         return ChipOpen::kError;
     }
-    if (::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0) {
+    // A listener whose queue is full makes connect() wait; the send timeout bounds that wait
+    // (it then fails with EAGAIN, reported as ETIMEDOUT).
+    timeval tv{static_cast<time_t>(timeout_ms / 1000),
+               static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
+    (void)::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+    int rc;
+    do {
+        rc = ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+    } while (rc != 0 && errno == EINTR);
+    if (rc != 0) {
         int err = errno;
         ::close(fd);
-        fail_with(err);
-        return (err == EAGAIN) ? ChipOpen::kBusy : ChipOpen::kError;
+        fail_with(err == EAGAIN ? ETIMEDOUT : err);
+        return ChipOpen::kError;
+    }
+    if (!peer_allowed(fd, why, why_len)) {
+        ::close(fd);
+        return ChipOpen::kRefused;
     }
     ChipPipe* pipe = new (std::nothrow) ChipPipe;
     if (pipe == nullptr) {
@@ -199,16 +293,18 @@ bool chip_pipe_set_message_mode(ChipPipe* pipe) {
     return true;
 }
 
-bool chip_pipe_write(ChipPipe* pipe, const uint8_t* data, size_t len) {
+bool chip_pipe_write(ChipPipe* pipe, const uint8_t* data, size_t len, uint32_t timeout_ms) {
     if (pipe == nullptr) return fail_with(EBADF);
     for (;;) {
-        ssize_t n = ::send(pipe->fd, data, len, MSG_NOSIGNAL);
+        if (!wait_ready(pipe->fd, POLLOUT, timeout_ms)) return false;
+        ssize_t n = ::send(pipe->fd, data, len, MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n >= 0) return static_cast<size_t>(n) == len ? true : fail_with(EIO);
-        if (errno != EINTR) return fail_with(errno);
+        if (errno != EINTR && errno != EAGAIN) return fail_with(errno);
     }
 }
 
-ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
+ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got,
+                        uint32_t timeout_ms) {
     *got = 0;
     if (pipe == nullptr) {
         fail_with(EBADF);
@@ -216,10 +312,14 @@ ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
     }
     if (pipe->pending != nullptr) return read_pending(pipe, buf, cap, got);
 
-    // Learn the whole message's length without consuming it, then take it in one piece.
+    // Learn the whole message's length without consuming it, then take it in one piece. A
+    // shutdown (chip_pipe_interrupt) or a hang-up makes the socket readable with nothing to
+    // read, which ends up below as "closed".
+    if (!wait_ready(pipe->fd, POLLIN, timeout_ms) && chip_last_error() == ETIMEDOUT)
+        return ChipRead::kError;
     ssize_t whole;
     do {
-        whole = ::recv(pipe->fd, buf, 0, MSG_PEEK | MSG_TRUNC);
+        whole = ::recv(pipe->fd, buf, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
     } while (whole < 0 && errno == EINTR);
     if (whole < 0) {
         fail_with(errno);
@@ -234,7 +334,7 @@ ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
     size_t len =
         static_cast<size_t>(whole) < kMaxMessageLen ? static_cast<size_t>(whole) : kMaxMessageLen;
     if (len <= cap) {
-        ssize_t n = ::recv(pipe->fd, buf, cap, 0);
+        ssize_t n = ::recv(pipe->fd, buf, cap, MSG_DONTWAIT);
         if (n < 0) {
             fail_with(errno);
             return ChipRead::kError;
@@ -247,7 +347,7 @@ ChipRead chip_pipe_read(ChipPipe* pipe, uint8_t* buf, size_t cap, size_t* got) {
         fail_with(ENOMEM);
         return ChipRead::kError;
     }
-    ssize_t n = ::recv(pipe->fd, message, len, 0);
+    ssize_t n = ::recv(pipe->fd, message, len, MSG_DONTWAIT);
     if (n < 0) {
         std::free(message);
         fail_with(errno);
@@ -280,9 +380,14 @@ ChipThread* chip_thread_start(chip_thread_fn fn, void* arg, uint32_t* thread_id)
         delete t;
         return nullptr;
     }
-    ::pthread_detach(t->thread);
     *thread_id = next_id.fetch_add(1);
     return t;
+}
+
+void chip_thread_join(ChipThread* thread) {
+    if (thread == nullptr) return;
+    ::pthread_join(thread->thread, nullptr);
+    delete thread;
 }
 
 }  // namespace platform

@@ -2,6 +2,7 @@
 // scalar multipliers.
 #include "signing/curve192.h"
 
+#include "signing/field192.h"
 #include "signing/signing.h"
 
 void fixed_base_table_load();  // fixed_base_table.cpp
@@ -33,9 +34,26 @@ CurveParams g_Curve;
 ModMulFn g_ModMulP;
 bool g_CurveReady;
 
-// The one multiplication modulo p this build uses: schoolbook product and long division.
-void mod_mul_p_schoolbook(BigNum& r, const BigNum& a, const BigNum& b) {
-    bn_mod_mul(r, a, b, g_Curve.p);
+// Multiplication modulo p behind the process-wide pointer: the operands go into the three-limb
+// Montgomery form (field192.h), are multiplied there and come back as a BigNum. Operands wider
+// than 192 bits, which no caller passes, take the schoolbook product and long division.
+void mod_mul_p_mont(BigNum& r, const BigNum& a, const BigNum& b) {
+    if (a.count > kCurveLimbs || b.count > kCurveLimbs || a.count < 0 || b.count < 0) {
+        bn_mod_mul(r, a, b, g_Curve.p);
+        return;
+    }
+    F192 fa = {{0, 0, 0}}, fb = {{0, 0, 0}}, t;
+    for (int32_t l = 0; l < a.count; ++l) fa.v[l / 2] |= uint64_t{a.limb[l]} << (32 * (l % 2));
+    for (int32_t l = 0; l < b.count; ++l) fb.v[l / 2] |= uint64_t{b.limb[l]} << (32 * (l % 2));
+    f192_reduce_once(fa, fa, mont_p());
+    f192_reduce_once(fb, fb, mont_p());
+    f192_mul(t, fa, fb, mont_p());          // a b / 2^192
+    f192_mul(t, t, mont_p().r2, mont_p());  // a b
+    // Written in place: limbs beyond the count stay zero, as bn_from_limbs leaves them.
+    for (int32_t l = 0; l < kCurveLimbs; ++l) r.limb[l] = static_cast<uint32_t>(t.v[l / 2] >> (32 * (l % 2)));
+    for (int32_t l = kCurveLimbs; l < kBigNumLimbs; ++l) r.limb[l] = 0;
+    r.count = kCurveLimbs;
+    bn_normalise(r);
 }
 
 const CurveParams& ready_params() {
@@ -50,11 +68,30 @@ void fmul(BigNum& r, const BigNum& a, const BigNum& b) {
 void fsqr(BigNum& r, const BigNum& a) {
     g_ModMulP(r, a, a);
 }
-void fadd(BigNum& r, const BigNum& a, const BigNum& b) {
-    bn_mod_add(r, a, b, g_Curve.p);
+
+// BigNum coordinates (below p) into the Montgomery form of field192.h and back: the point
+// formulas exist once, there.
+F192 to_form(const BigNum& a) {
+    const int32_t count = a.count < 0 ? 0 : a.count;
+    F192 t;
+    f192_from_u32_limbs(t, a.limb, count, mont_p());
+    f192_to_mont(t, t, mont_p());
+    return t;
 }
-void fsub(BigNum& r, const BigNum& a, const BigNum& b) {
-    bn_mod_sub(r, a, b, g_Curve.p);
+void from_form(BigNum& r, const F192& a) {
+    F192 t;
+    f192_from_mont(t, a, mont_p());
+    uint32_t limbs[kCurveLimbs];
+    f192_to_u32_limbs(limbs, t);
+    bn_from_limbs(r, limbs, kCurveLimbs);
+}
+JacF to_jac(const JacobianPoint& p) {
+    return JacF{to_form(p.X), to_form(p.Y), to_form(p.Z)};
+}
+void from_jac(JacobianPoint& r, const JacF& j) {
+    from_form(r.X, j.X);
+    from_form(r.Y, j.Y);
+    from_form(r.Z, j.Z);
 }
 
 void set_infinity(JacobianPoint& r) {
@@ -86,9 +123,10 @@ void CurveSetup() {
     bn_from_bytes(g_Curve.gx, kGx, sizeof kGx);
     bn_from_bytes(g_Curve.gy, kGy, sizeof kGy);
     bn_from_bytes(g_Curve.n, kN, sizeof kN);
-    g_ModMulP = mod_mul_p_schoolbook;
+    g_ModMulP = mod_mul_p_mont;
     g_CurveReady = true;
     fixed_base_table_load();
+    comb_table_load();
 }
 
 const CurveParams& curve_params() {
@@ -108,36 +146,10 @@ void point_double(JacobianPoint& r, const JacobianPoint& p) {
         set_infinity(r);
         return;
     }
-    // Doubling for a general a: M = 3X^2 + aZ^4, S = 4XY^2,
-    // X3 = M^2 - 2S, Y3 = M(S - X3) - 8Y^4, Z3 = 2YZ.
-    BigNum xx, yy, yyyy, zz, s, m, t, x3, y3, z3;
-    fsqr(xx, p.X);
-    fsqr(yy, p.Y);
-    fsqr(yyyy, yy);
-    fsqr(zz, p.Z);
-    fmul(s, p.X, yy);
-    fadd(s, s, s);
-    fadd(s, s, s);
-    fsqr(t, zz);
-    fmul(t, t, g_Curve.a);
-    fadd(m, xx, xx);
-    fadd(m, m, xx);
-    fadd(m, m, t);
-    fsqr(x3, m);
-    fsub(x3, x3, s);
-    fsub(x3, x3, s);
-    fsub(t, s, x3);
-    fmul(y3, m, t);
-    fadd(t, yyyy, yyyy);
-    fadd(t, t, t);
-    fadd(t, t, t);
-    fsub(y3, y3, t);
-    fmul(z3, p.Y, p.Z);
-    fadd(z3, z3, z3);
-    r.X = x3;
-    r.Y = y3;
-    r.Z = z3;
-    r.infinity = bn_is_zero(z3) ? 1 : 0;
+    JacF j = to_jac(p);
+    jac_double(j, j);
+    from_jac(r, j);
+    r.infinity = bn_is_zero(r.Z) ? 1 : 0;
 }
 
 void point_add_mixed(JacobianPoint& r, const JacobianPoint& p, const AffinePoint& q) {
@@ -150,38 +162,17 @@ void point_add_mixed(JacobianPoint& r, const JacobianPoint& p, const AffinePoint
         from_affine(r, q);
         return;
     }
-    // U2 = x2 Z1^2, S2 = y2 Z1^3, H = U2 - X1, R = S2 - Y1;
-    // X3 = R^2 - H^3 - 2 X1 H^2, Y3 = R (X1 H^2 - X3) - Y1 H^3, Z3 = Z1 H.
-    BigNum z1z1, u2, s2, h, rr, hh, hhh, v, x3, y3, z3, t;
-    fsqr(z1z1, p.Z);
-    fmul(u2, q.x, z1z1);
-    fmul(s2, q.y, p.Z);
-    fmul(s2, s2, z1z1);
-    fsub(h, u2, p.X);
-    fsub(rr, s2, p.Y);
-    if (bn_is_zero(h)) {
-        if (bn_is_zero(rr)) {
-            point_double(r, p);  // same point
+    JacF sum;
+    const uint64_t cases = jac_add_affine(sum, to_jac(p), to_form(q.x), to_form(q.y));
+    if ((cases & 1u) != 0) {  // same x: the same point doubles, P + (-P) is infinity
+        if ((cases & 2u) != 0) {
+            point_double(r, p);
         } else {
-            set_infinity(r);  // P + (-P)
+            set_infinity(r);
         }
         return;
     }
-    fsqr(hh, h);
-    fmul(hhh, h, hh);
-    fmul(v, p.X, hh);
-    fsqr(x3, rr);
-    fsub(x3, x3, hhh);
-    fsub(x3, x3, v);
-    fsub(x3, x3, v);
-    fsub(t, v, x3);
-    fmul(y3, rr, t);
-    fmul(t, p.Y, hhh);
-    fsub(y3, y3, t);
-    fmul(z3, p.Z, h);
-    r.X = x3;
-    r.Y = y3;
-    r.Z = z3;
+    from_jac(r, sum);
     r.infinity = 0;
 }
 
@@ -204,38 +195,23 @@ void point_to_affine(AffinePoint& r, const JacobianPoint& p) {
 
 // ---- Fixed-base comb -------------------------------------------------------------------------
 
-namespace {
-// Index built from bit `bit` of each of the six limbs of k, limb l giving bit l of the index.
-size_t comb_index(const BigNum& k, int32_t bit) {
-    size_t index = 0;
-    for (int32_t l = 0; l < kCurveLimbs; ++l) {
-        const uint32_t limb = l < k.count ? k.limb[l] : 0u;
-        index |= static_cast<size_t>((limb >> bit) & 1u) << l;
-    }
-    return index;
-}
-}  // namespace
-
+// The constant-time comb of field192.cpp on the BigNum interface. k is taken modulo n first: the
+// same point, and the form the comb's addition rules need.
 void fixed_base_mul(AffinePoint& r, const BigNum& k) {
     ready_params();
-    BigNum kk = k;
-    bn_normalise(kk);
-    if (bn_is_zero(kk)) {
+    const int32_t limbs = k.count < 0 ? 0 : (k.count > kCurveLimbs ? kCurveLimbs : k.count);
+    F192 kk, x, y;
+    f192_from_u32_limbs(kk, k.limb, limbs, mont_n());
+    if (comb_mul(x, y, kk) != 0) {
         affine_infinity(r);
         return;
     }
-    // Entry A adds 2^(32l) G for the bits (15 - j) of every limb, entry 64 + B adds 2^(32l + 16) G
-    // for the bits (31 - j); the 15 - j doublings that follow move each to its weight.
-    JacobianPoint q;
-    set_infinity(q);
-    for (int32_t j = 0; j < 16; ++j) {
-        point_double(q, q);
-        const size_t a = comb_index(kk, 15 - j);
-        const size_t b = comb_index(kk, 31 - j);
-        if (a != 0) point_add_mixed(q, q, *fixed_base_point(a));
-        if (b != 0) point_add_mixed(q, q, *fixed_base_point(64 + b));
-    }
-    point_to_affine(r, q);
+    uint32_t xl[kCurveLimbs], yl[kCurveLimbs];
+    f192_to_u32_limbs(xl, x);
+    f192_to_u32_limbs(yl, y);
+    bn_from_limbs(r.x, xl, kCurveLimbs);
+    bn_from_limbs(r.y, yl, kCurveLimbs);
+    r.infinity = 0;
 }
 
 // ---- NAF variable-base -----------------------------------------------------------------------

@@ -84,3 +84,8 @@ void ecdsa_message_scalar(BigNum& e, const uint8_t* message, uint32_t messageLen
 // returns 48, or 0 when this k cannot give a signature (nothing written) or an argument is null.
 int32_t sign_with_explicit_k(uint8_t* signature, const uint8_t* message, uint32_t messageLength,
                              const uint32_t* keyLimbs, int32_t keyLimbCount, const BigNum& k);
+// GenPrivateKeyAndPublicKey after the draw: d (non-zero, below n) written minimally into
+// privateKey, d*G into publicX and publicY, in constant time in d (the constant-time test marks d
+// undefined and calls this). Null outputs are skipped.
+void key_pair_from_scalar(const BigNum& d, uint8_t* privateKey, uint8_t* publicX,
+                          uint8_t* publicY);

@@ -1,4 +1,6 @@
-// RandomScalar: scalars from the C library generator, reseeded from the clock at every draw.
+// RandomScalar: scalars from the C library generator, reseeded from the clock at every draw, or
+// (system random source) uniform scalars from the operating system's generator.
+#include "common/bytes.h"
 #include "platform/platform.h"
 #include "signing/curve192.h"
 
@@ -27,14 +29,46 @@ uint32_t next_word() {
     return t;
 }
 
+// System source: a scalar uniform in [1, modulus - 1], by rejection. As many bytes as the modulus
+// has are drawn, the bits above its top bit cleared, and the draw kept when 0 < v < modulus
+// (for n of the signing curve about one draw in four is drawn again). A modulus below 2 has no
+// such value and gives 0.
+//
+// This serves the software key d and the ECDSA nonce k alike. For k we chose rejection-sampled
+// system bytes over RFC 6979 (deterministic, optionally hedged): a uniform k from a sound
+// generator is exactly what ECDSA needs, it leaves the signer and its known answers unchanged
+// (RandomScalar never sees the key or the message that RFC 6979 would hash), and the failure
+// RFC 6979 guards against, a broken generator, would already have given away d, which is drawn
+// from the same source.
+void system_scalar(BigNum& out, const BigNum& modulus) {
+    const int32_t bits = bn_bit_length(modulus);
+    if (bits < 2) {
+        bn_zero(out);
+        return;
+    }
+    const size_t len = static_cast<size_t>(bits + 7) / 8;
+    const uint8_t top_mask = static_cast<uint8_t>(0xFF >> ((8 - bits % 8) % 8));
+    uint8_t bytes[4 * kBigNumLimbs] = {};
+    do {
+        platform::system_random(bytes, len);
+        bytes[0] &= top_mask;
+        bn_from_bytes(out, bytes, len);
+    } while (bn_is_zero(out) || bn_compare(out, modulus) >= 0);
+    secure_wipe(bytes, sizeof bytes);
+}
+
 }  // namespace
 
 // The seed is the clock in whole seconds, so two draws within one second repeat the same rand()
 // sequence and differ only through the counter; this is the intended behaviour of the scheme.
 int32_t RandomScalar(BigNum& out, const BigNum& modulus) {
-    platform::c_srand(clock_seed());
     BigNum m = modulus;
     bn_normalise(m);
+    if (platform::random_source() == platform::RandomSource::System && !bn_is_zero(m)) {
+        system_scalar(out, m);
+        return 0;
+    }
+    platform::c_srand(clock_seed());
     BigNum v;
     bn_zero(v);
     for (int32_t l = 0; l < m.count; ++l) {

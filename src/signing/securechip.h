@@ -15,8 +15,9 @@
 #include "platform/securechip_transport.h"
 #include "signing/signing.h"
 
-// One per successful CreateSecureChipClient; allocated on the heap and never freed (its watcher
-// thread runs until the process ends).
+// One per successful CreateSecureChipClient, allocated on the heap. The next
+// CreateSecureChipClient on the same pointer, and the library's unload (POSIX), stop its watcher
+// and free it (DestroySecureChipClient).
 //
 // Two threads use the record: the protocol thread (transactions) and the watcher. `lock` guards
 // hPipe, connected, pipeOpenedFlag and the in-transaction bookkeeping, and every status callback
@@ -63,7 +64,9 @@ inline constexpr size_t kChipSignatureLen = 48;   // r || s
 // Timings of the watcher and the pipe open.
 inline constexpr uint32_t kChipPollMs = 500;
 inline constexpr uint32_t kChipPauseMs = 1000;
-inline constexpr uint32_t kChipBusyWaitMs = 20000;
+// Bound of every wait on the service: connect and busy pipe (once 20 s), each write, each read
+// (once unbounded). A host may set another (WapiWps_SetSecureChipTimeout).
+inline constexpr uint32_t kChipDefaultTimeoutMs = 5000;
 
 // Results of SecureChipTransact.
 inline constexpr int32_t kChipTransactOk = 0;
@@ -71,7 +74,18 @@ inline constexpr int32_t kChipTransactCopyTooLarge = 1;
 inline constexpr int32_t kChipTransactWriteFailed = -1;
 inline constexpr int32_t kChipTransactReadFailed = -2;
 
-int32_t OpenSecureChipPipe(SecureChipClient* client);          // 0 or -1
+// Stops the watcher (waits for it, at most about one timeout), closes the connection and the
+// events and frees the client. Null is ignored. Not to be called while a transaction runs.
+void DestroySecureChipClient(SecureChipClient* client);
+
+// Destroys g_SecureChipClient and nulls it: the library's unload.
+void release_secure_chip_client();
+
+// The timeout of every wait on the service, in milliseconds; 0 restores kChipDefaultTimeoutMs.
+void secure_chip_set_timeout(uint32_t milliseconds);
+uint32_t secure_chip_timeout();
+
+int32_t OpenSecureChipPipe(SecureChipClient* client);          // 0 or -1 (refused, busy, error)
 int32_t OpenSecureChipRunningEvent(SecureChipClient* client);  // 0 or -1
 int32_t SecureChipWatchThread(SecureChipClient* client);       // 0, -1 or -2
 

@@ -19,6 +19,9 @@ SecureChipClient* g_SecureChipClient = nullptr;
 
 namespace {
 
+// Bound of every wait on the service; the host may change it at any time.
+std::atomic<uint32_t> g_chip_timeout_ms{kChipDefaultTimeoutMs};
+
 // ---- Connection state, always under client->lock -----------------------------------------------
 
 void report_locked(SecureChipClient* client, int32_t status) {
@@ -120,16 +123,24 @@ void trace_public_bytes(const char* label, const uint8_t* data, size_t len) {
 // ---- Opening -----------------------------------------------------------------------------------
 
 int32_t OpenSecureChipPipe(SecureChipClient* client) {
+    // A busy pipe is waited for once, within the timeout, and then given up on, so that the
+    // watcher never hangs on a service that stopped accepting. A server of another account is
+    // refused like an absent one: the watcher tries again on its next pass.
     platform::ChipPipe* pipe = nullptr;
-    while (client->running.load() != 0) {
-        ChipOpen opened = platform::chip_pipe_open(&pipe);
+    for (bool waited = false; client->running.load() != 0; waited = true) {
+        char why[160] = "";
+        ChipOpen opened = platform::chip_pipe_open(&pipe, secure_chip_timeout(), why, sizeof why);
         if (opened == ChipOpen::kOk) break;
+        if (opened == ChipOpen::kRefused) {
+            trace("Secure-chip service refused: %s.\r\n", why);
+            return -1;
+        }
         if (opened != ChipOpen::kBusy) {
             console_print("Could not open pipe. GLE=%d\n",
                           static_cast<int>(platform::chip_last_error()));
             return -1;
         }
-        if (!platform::chip_pipe_wait_busy(kChipBusyWaitMs)) {
+        if (waited || !platform::chip_pipe_wait_busy(secure_chip_timeout())) {
             console_print("Could not open pipe: 20 second wait timed out.");
             return -1;
         }
@@ -162,6 +173,9 @@ int32_t OpenSecureChipRunningEvent(SecureChipClient* client) {
 
 int32_t CreateSecureChipClient(SecureChipClient** out, SecureChipStatusFn statusCallback,
                                void* callbackContext) {
+    // The client *out held is stopped first: a host that runs WPS a thousand times holds one
+    // watcher thread and one connection, not a thousand.
+    DestroySecureChipClient(*out);
     *out = nullptr;
     SecureChipClient* client = new (std::nothrow) SecureChipClient;
     if (client == nullptr) return -1;
@@ -171,9 +185,9 @@ int32_t CreateSecureChipClient(SecureChipClient** out, SecureChipStatusFn status
 
     client->hStopEvent = platform::chip_stop_event_create();
     if (client->hStopEvent == nullptr) {
-        // The client is left allocated, as it would be after any later failure: nothing frees one.
         console_print("CreateEvent failed with %d.\n",
                       static_cast<int>(platform::chip_last_error()));
+        delete client;
         return -1;
     }
     // Without the running event the watcher's first wait fails and the pipe is never opened; the
@@ -182,6 +196,33 @@ int32_t CreateSecureChipClient(SecureChipClient** out, SecureChipStatusFn status
     client->hThread = platform::chip_thread_start(watch_thread_entry, client, &client->threadId);
     *out = client;
     return 0;
+}
+
+// The protocol thread is not inside a transaction (the exports are serialised), so only the
+// watcher can be using the client: it is told to stop, and it ends within one timeout (an open
+// in progress) since every other wait it makes is on the stop event.
+void DestroySecureChipClient(SecureChipClient* client) {
+    if (client == nullptr) return;
+    client->running.store(0);
+    platform::chip_stop_event_set(client->hStopEvent);
+    platform::chip_thread_join(client->hThread);
+    platform::chip_pipe_close(client->hPipe);
+    platform::chip_event_close(client->hRunningEvent);
+    platform::chip_event_close(client->hStopEvent);
+    delete client;
+}
+
+void release_secure_chip_client() {
+    DestroySecureChipClient(g_SecureChipClient);
+    g_SecureChipClient = nullptr;
+}
+
+void secure_chip_set_timeout(uint32_t milliseconds) {
+    g_chip_timeout_ms.store(milliseconds != 0 ? milliseconds : kChipDefaultTimeoutMs);
+}
+
+uint32_t secure_chip_timeout() {
+    return g_chip_timeout_ms.load();
 }
 
 // ---- The watcher --------------------------------------------------------------------------------
@@ -227,15 +268,18 @@ int32_t secure_chip_transact_counted(SecureChipClient* client, const uint8_t* re
     }
 
     // A missing pipe fails like a write on a null handle. Requests come one at a time from the
-    // protocol thread, so the pipe is this thread's until the lock is taken again below.
+    // protocol thread, so the pipe is this thread's until the lock is taken again below. A
+    // service that takes longer than the timeout fails the transaction like a broken pipe: the
+    // pipe is dropped, so its late answer can never be taken for the next request's.
+    const uint32_t timeout = secure_chip_timeout();
     int32_t result = kChipTransactOk;
     uint8_t buffer[kChipReceiveBufLen];
     size_t got = 0;
-    if (pipe == nullptr || !platform::chip_pipe_write(pipe, request, requestLength)) {
+    if (pipe == nullptr || !platform::chip_pipe_write(pipe, request, requestLength, timeout)) {
         result = kChipTransactWriteFailed;
     } else {
         std::memset(buffer, 0, sizeof buffer);
-        ChipRead read = platform::chip_pipe_read(pipe, buffer, sizeof buffer, &got);
+        ChipRead read = platform::chip_pipe_read(pipe, buffer, sizeof buffer, &got, timeout);
         if (read == ChipRead::kError) result = kChipTransactReadFailed;
     }
 

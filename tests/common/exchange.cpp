@@ -1,11 +1,15 @@
 // The in-process exchange harness.
 #include "common/exchange.h"
 
+#include <chrono>
 #include <cstring>
 #include <deque>
+#include <mutex>
+#include <thread>
 
 #include "api/context.h"
 #include "platform/platform.h"
+#include "signing/securechip.h"
 #include "wapiwps.h"
 
 namespace exchange {
@@ -70,11 +74,22 @@ std::optional<Bytes> Transcript::sent_message(uint8_t message_type) const {
     return std::nullopt;
 }
 
+void wait_chip_connected() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (g_SecureChipClient != nullptr) {
+            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+            if (g_SecureChipClient->connected != 0) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 Transcript run(Options o) {
     Transcript t;
-    trace_set_callback(collect_trace, &t.trace, false);
+    if (o.record_trace) trace_set_callback(collect_trace, &t.trace, false);
 
     // The registrar holds the same password and knows the enrollee's mode.
     registrar::Config rc = o.registrar;
@@ -140,8 +155,10 @@ Transcript run(Options o) {
         }
         for (const registrar::Bytes& reply : replies) {
             out_len = 0;
+            if (o.around_enrollee) o.around_enrollee(reply, true);
             const int32_t result =
                 ProcessReceivePacket(reply.data(), static_cast<uint32_t>(reply.size()), out.data(), &out_len);
+            if (o.around_enrollee) o.around_enrollee(reply, false);
             t.results.push_back(result);
             t.steps.push_back(Step{true, reply, result, g_State_Machine, registrar::Status::Continue});
             if (result == WAPIWPS_RESULT_M8_DONE) {

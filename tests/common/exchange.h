@@ -40,6 +40,10 @@ struct Options {
     // Called with the registrar and each enrollee frame (its index counted from 0) just before the
     // frame is handed over: tests use it to slip other frames in first.
     std::function<void(registrar::Registrar&, const Bytes&, size_t)> before_registrar;
+    // Called with each registrar frame just before (true) and just after (false) the enrollee's
+    // ProcessReceivePacket: the allocation test and the exchange benchmark measure inside it.
+    std::function<void(const Bytes&, bool)> around_enrollee;
+    bool record_trace = true;  // false: no trace callback, so the host side allocates nothing
 };
 
 // One frame and what its receiver made of it.
@@ -88,6 +92,10 @@ struct Transcript {
 
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
+
+// Waits (bounded, 10 s) until the newest secure-chip client has connected to its service: the
+// after_start hook of chip-signed runs.
+void wait_chip_connected();
 
 // Text address helper: the bytes of a string, without NUL.
 Bytes text(const std::string& s);

@@ -23,18 +23,6 @@ using exchange::Bytes;
 constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
                                             0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
 
-// Waits (bounded) until the newest client has connected to the simulator.
-void wait_connected() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (g_SecureChipClient != nullptr) {
-            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
-            if (g_SecureChipClient->connected != 0) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-}
-
 class ChipExchange : public testing::Test {
 protected:
     static void SetUpTestSuite() {
@@ -53,7 +41,7 @@ protected:
         exchange::Options o;
         o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
         o.secure_chip = true;
-        o.after_start = wait_connected;
+        o.after_start = exchange::wait_chip_connected;
         o.registrar.uuid_r = kUuidR;
         o.registrar.certificate_mode = certificate_mode;
         o.registrar.cert_list = {0x01, 0x02, 0x03};

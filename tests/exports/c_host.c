@@ -62,6 +62,13 @@ int main(void) {
 
     CHECK(StopWPS() == 1);
     CHECK(StopWPS() == 1);
+
+    /* The security extensions: unknown source and null key refused, the rest accepted. */
+    CHECK(WapiWps_SetRandomSource(7) == -1);
+    CHECK(WapiWps_SetRandomSource(WAPIWPS_RANDOM_SYSTEM) == 0);
+    CHECK(WapiWps_SetRandomSource(WAPIWPS_RANDOM_COMPATIBLE) == 0);
+    CHECK(WapiWps_SetSigningKey(NULL) == -1);
+    CHECK(WapiWps_ClearSecrets() == 0);
     CHECK(WapiWps_SetTraceCallback(NULL, NULL, 0) == 0);
 
     if (g_failures != 0) return 1;

@@ -48,17 +48,26 @@ TEST_F(Seams, GeneratorReplacesAndRestores) {
     EXPECT_EQ(platform::c_rand(), 0x34);
     EXPECT_EQ(platform::c_rand(), 0x35);
     platform::set_generator(nullptr, nullptr);
+}
 
-    // The real generator is deterministic for a seed.
-    platform::c_srand(7);
-    std::vector<int> first;
-    for (int i = 0; i < 8; ++i) first.push_back(platform::c_rand());
-    platform::c_srand(7);
-    for (int i = 0; i < 8; ++i) EXPECT_EQ(platform::c_rand(), first[static_cast<size_t>(i)]);
-    for (int v : first) {
-        EXPECT_GE(v, 0);
-        EXPECT_LE(v, RAND_MAX);
+// Without a seam the library's private generator gives exactly the platform's srand/rand values
+// and leaves the host's sequence alone. The other platform's generator: its published srand(1).
+TEST_F(Seams, PrivateGeneratorIsThePlatformsRand) {
+    std::vector<uint32_t> seeds = {0, 1, 2, 7, 12345, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
+    for (uint32_t s = 0x9E3779B9, i = 0; i < 200; ++i, s = s * 1664525u + 1013904223u)
+        seeds.push_back(s);
+    for (uint32_t seed : seeds) {
+        std::srand(seed);
+        platform::c_srand(seed);
+        for (int i = 0; i < 40; ++i) ASSERT_EQ(platform::c_rand(), std::rand()) << seed << " #" << i;
     }
+    platform::detail::MsvcrtRand msvcrt{};
+    msvcrt.seed(1);
+    for (int v : {41, 18467, 6334, 26500, 19169}) EXPECT_EQ(msvcrt.next(), v);
+    platform::detail::GlibcRand glibc{};
+    glibc.seed(1);
+    for (int v : {1804289383, 846930886, 1681692777, 1714636915, 1957747793})
+        EXPECT_EQ(glibc.next(), v);
 }
 
 // The file time and the calendar time describe the same instant: 100 ns units since 1601.

@@ -1,37 +1,20 @@
 // The secure-chip client against the in-process service simulator: connection tracking, both
 // commands byte for byte, every misbehaviour of the service, and the wrappers M7 calls.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <mutex>
-#include <string>
-#include <thread>
-#include <vector>
 
 #ifndef _WIN32
 #include <unistd.h>
 #endif
 
-#include "api/context.h"
-#include "chipsim/chipsim.h"
-#include "platform/platform.h"
-#include "signing/securechip.h"
-#include "wapiwps.h"
+#include "securechip/chip_fixture.h"
 
 namespace {
 
 using chipsim::Fault;
 using chipsim::Simulator;
-using Bytes = std::vector<uint8_t>;
-
-// Generous bound for state changes the watcher makes on its 500 ms / 1 s rhythm.
-constexpr auto kStateWait = std::chrono::seconds(10);
+using namespace chiptest;
 
 // Each test process serves on its own socket, so parallel test programs do not meet.
 [[maybe_unused]] const bool g_socket_env = [] {
@@ -42,89 +25,10 @@ constexpr auto kStateWait = std::chrono::seconds(10);
     return true;
 }();
 
-// Status codes one client reported. Clients live until the process ends and keep calling their
-// callback, so each log is leaked with its client.
-struct StatusLog {
-    std::mutex lock;
-    std::condition_variable changed;
-    std::vector<int32_t> codes;
-
-    std::vector<int32_t> snapshot() {
-        std::lock_guard<std::mutex> guard(lock);
-        return codes;
-    }
-    // Waits until the log holds `count` codes; false after kStateWait.
-    bool wait_count(size_t count) {
-        std::unique_lock<std::mutex> guard(lock);
-        return changed.wait_for(guard, kStateWait, [&] { return codes.size() >= count; });
-    }
-};
-
-void record_status(int32_t* status, void* context) {
-    auto* log = static_cast<StatusLog*>(context);
-    {
-        std::lock_guard<std::mutex> guard(log->lock);
-        log->codes.push_back(*status);
-    }
-    log->changed.notify_all();
-}
-
-platform::ChipPipe* client_pipe(SecureChipClient* client) {
-    std::lock_guard<std::mutex> guard(client->lock);
-    return client->hPipe;
-}
-
-bool client_connected(SecureChipClient* client) {
-    std::lock_guard<std::mutex> guard(client->lock);
-    return client->connected != 0;
-}
-
-// Polls a condition with a bounded wait.
-template <typename Pred>
-bool eventually(Pred pred) {
-    auto deadline = std::chrono::steady_clock::now() + kStateWait;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (pred()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return pred();
-}
-
-Bytes key_bytes(const std::array<uint8_t, 48>& key) {
-    return Bytes(key.begin(), key.end());
-}
-
-class SecureChipTest : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        sim_ = std::make_unique<Simulator>();
-        ASSERT_TRUE(sim_->start());
-        log_ = new StatusLog;
-        ASSERT_EQ(CreateSecureChipClient(&client_, record_status, log_), 0);
-        ASSERT_NE(client_, nullptr);
-        g_SecureChipClient = client_;
-        SecureChipPrivateKeyIndex = 0;
-        std::memset(g_SecureChipSignParam, 0, sizeof g_SecureChipSignParam);
-        ASSERT_TRUE(log_->wait_count(1));
-        ASSERT_TRUE(client_connected(client_));
-    }
-    void TearDown() override {
-        if (sim_) sim_->stop();
-        g_SecureChipClient = nullptr;
-    }
-
-    int32_t export_key(Bytes* key) {
-        key->assign(48, 0);
-        return SPI_GenPrivateKeyAndPublicKey(nullptr, key->data());
-    }
-
-    std::unique_ptr<Simulator> sim_;
-    StatusLog* log_ = nullptr;
-    SecureChipClient* client_ = nullptr;
-};
+using SecureChipTest = ChipTest;
 
 TEST_F(SecureChipTest, ConnectsAfterStartWithStatusOpened) {
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{kChipStatusOpened}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{kChipStatusOpened}));
     EXPECT_NE(client_pipe(client_), nullptr);
 }
 
@@ -156,42 +60,16 @@ TEST_P(SecureChipSignTest, SignRequestIsExactAndSignatureVerifies) {
 
     Bytes req = sim_->last_request();
     ASSERT_EQ(req.size(), n + 32u);
-    Bytes header(req.begin(), req.begin() + 32);
-    const uint32_t body = n + 24;
-    EXPECT_EQ(header, (Bytes{
-                          0x00,
-                          0x00,
-                          0x00,
-                          0x04,  // command 4
-                          static_cast<uint8_t>(body >> 24),
-                          static_cast<uint8_t>(body >> 16),
-                          static_cast<uint8_t>(body >> 8),
-                          static_cast<uint8_t>(body),  // N + 24
-                          0x00,
-                          0x00,
-                          0x00,
-                          0x05,  // key index
-                          0xA0,
-                          0xA1,
-                          0xA2,
-                          0xA3,
-                          0xA4,
-                          0xA5,
-                          0xA6,
-                          0xA7,  // sign parameter
-                          0xA8,
-                          0xA9,
-                          0xAA,
-                          0xAB,
-                          0xAC,
-                          0xAD,
-                          0xAE,
-                          0xAF,  //   as stored
-                          static_cast<uint8_t>(n >> 24),
-                          static_cast<uint8_t>(n >> 16),
-                          static_cast<uint8_t>(n >> 8),
-                          static_cast<uint8_t>(n),  // N
-                      }));
+    Bytes expected;
+    auto be32 = [&](uint32_t v) {
+        for (int shift = 24; shift >= 0; shift -= 8) expected.push_back(uint8_t(v >> shift));
+    };
+    be32(4);                                                             // command 4
+    be32(n + 24);                                                        // body length N + 24
+    be32(5);                                                             // key index
+    for (int i = 0; i < 16; ++i) expected.push_back(uint8_t(0xA0 + i));  // sign parameter
+    be32(n);                                                             // N
+    EXPECT_EQ(Bytes(req.begin(), req.begin() + 32), expected);
     EXPECT_TRUE(std::equal(data.begin(), data.end(), req.begin() + 32));
 }
 
@@ -208,13 +86,13 @@ TEST_F(SecureChipTest, SignDataBeyondRequestBufferFailsWithoutSending) {
     EXPECT_EQ(sim_->requests_served(), served);
     EXPECT_EQ(sig[0], 0xEE);
     EXPECT_TRUE(client_connected(client_));
-    EXPECT_EQ(log_->snapshot().size(), 1u);
+    EXPECT_EQ(log_.snapshot().size(), 1u);
 }
 
 TEST_F(SecureChipTest, ServiceStopReportsLostOnceAndRestartReconnects) {
     sim_->stop();
-    ASSERT_TRUE(log_->wait_count(2));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    ASSERT_TRUE(log_.wait_count(2));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2}));
     EXPECT_FALSE(client_connected(client_));
     EXPECT_EQ(client_pipe(client_), nullptr);
 
@@ -224,11 +102,11 @@ TEST_F(SecureChipTest, ServiceStopReportsLostOnceAndRestartReconnects) {
     EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
     Bytes key;
     EXPECT_EQ(export_key(&key), -1);
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2}));
 
     ASSERT_TRUE(sim_->start());
-    ASSERT_TRUE(log_->wait_count(3));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1}));
+    ASSERT_TRUE(log_.wait_count(3));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2, 1}));
     ASSERT_EQ(export_key(&key), 0);
     EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
 }
@@ -259,7 +137,7 @@ TEST_P(SecureChipFaultTest, BothCommandsFailAndConnectionSurvives) {
     EXPECT_EQ(sig[47], 0xEE);
 
     EXPECT_TRUE(client_connected(client_));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1}));
     ASSERT_EQ(export_key(&key), 0);
     EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
     ASSERT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), 0);
@@ -297,7 +175,7 @@ TEST_F(SecureChipTest, LongReplyIsCutAndItsRestAnswersTheNextRequest) {
     ASSERT_EQ(export_key(&key), 0);
     EXPECT_EQ(key, key_bytes(sim_->public_key(0)));  // the answer to the second request
     EXPECT_TRUE(client_connected(client_));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1}));
 }
 
 // A rest longer than one read is itself handed out 6,144 bytes at a time.
@@ -315,7 +193,7 @@ TEST_F(SecureChipTest, LongReplyRestLongerThanOneReadTakesTwoReads) {
     EXPECT_EQ(export_key(&key), -1);  // the last 856 zero bytes: status 0 but L = 0
     ASSERT_EQ(export_key(&key), 0);   // the answer to the second request
     EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1}));
 }
 
 TEST_F(SecureChipTest, TransactCopiesFixedSizeOfZeroedBuffer) {
@@ -348,14 +226,14 @@ TEST_F(SecureChipTest, VanishingServiceFailsTransactionReportsLostOnceThenReconn
     uint8_t dest[1024];
     EXPECT_EQ(SecureChipTransact(client_, request, sizeof request, 1024, dest), -2);
     // The watcher may already be reconnecting (status 1); the drop itself is reported once.
-    std::vector<int32_t> codes = log_->snapshot();
+    std::vector<int32_t> codes = log_.snapshot();
     ASSERT_GE(codes.size(), 2u);
     EXPECT_EQ(std::vector<int32_t>(codes.begin(), codes.begin() + 2), (std::vector<int32_t>{1, 2}));
     EXPECT_EQ(std::count(codes.begin(), codes.end(), 2), 1);
 
     // The service still runs: the watcher opens a new pipe.
-    ASSERT_TRUE(log_->wait_count(3));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1}));
+    ASSERT_TRUE(log_.wait_count(3));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2, 1}));
     Bytes key;
     ASSERT_EQ(export_key(&key), 0);
 
@@ -363,13 +241,18 @@ TEST_F(SecureChipTest, VanishingServiceFailsTransactionReportsLostOnceThenReconn
     uint8_t sig[48];
     uint8_t data[3] = {9, 8, 7};
     EXPECT_EQ(SecureChip_Sign_With_Private_Key(sig, data, sizeof data), -1);
-    ASSERT_TRUE(log_->wait_count(5));
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2, 1, 2, 1}));
+    ASSERT_TRUE(log_.wait_count(5));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2, 1, 2, 1}));
 }
 
 // The service announces its stop while a transaction waits for an answer that never comes: the
-// watcher drops the pipe under the transaction, which returns -2; the drop is reported once.
-TEST_F(SecureChipTest, ServiceWithdrawingDuringTransactionInterruptsIt) {
+// watcher drops the pipe under the transaction, which returns -2; the drop is reported once. The
+// timeout is long here, so that it is the watcher's drop that ends the wait.
+class SecureChipLongWaitTest : public ChipTest {
+    uint32_t timeout_ms() const override { return 60000; }
+};
+
+TEST_F(SecureChipLongWaitTest, ServiceWithdrawingDuringTransactionInterruptsIt) {
     sim_->set_fault(Fault::kSilent);
     uint32_t served = sim_->requests_served();
     std::atomic<int32_t> result{99};
@@ -385,25 +268,24 @@ TEST_F(SecureChipTest, ServiceWithdrawingDuringTransactionInterruptsIt) {
     protocol.join();
     ASSERT_TRUE(returned);
     EXPECT_EQ(result.load(), -2);
-    EXPECT_EQ(log_->snapshot(), (std::vector<int32_t>{1, 2}));
+    EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1, 2}));
     EXPECT_EQ(client_pipe(client_), nullptr);
     EXPECT_FALSE(client_connected(client_));
 }
 
 // A client whose service never ran: the pipe is null, so the write fails with -1 and no status.
 TEST(SecureChipNoService, TransactWithoutPipeFailsAndReportsNothing) {
-    auto* log = new StatusLog;
+    StatusLog log;
     auto* client = new SecureChipClient;
     client->running.store(1);
     client->statusCallback = record_status;
-    client->callbackContext = log;
+    client->callbackContext = &log;
     uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
     uint8_t dest[16];
     EXPECT_EQ(SecureChipTransact(client, request, sizeof request, 16, dest), -1);
     EXPECT_EQ(svr_ExportSignPublicKey_ECC(client, 0, 48, dest), -1);
-    EXPECT_TRUE(log->snapshot().empty());
-    delete client;
-    delete log;
+    EXPECT_TRUE(log.snapshot().empty());
+    DestroySecureChipClient(client);
 }
 
 // The watcher's ways out, run on the calling thread: no client, a cleared running flag, a
@@ -427,14 +309,11 @@ TEST(SecureChipWatch, EndsWithTheDocumentedExitCodes) {
     ASSERT_EQ(OpenSecureChipRunningEvent(stopped), 0);
     platform::chip_stop_event_set(stopped->hStopEvent);
     EXPECT_EQ(SecureChipWatchThread(stopped), 0);
-    // Records and events stay allocated, as a client's would; kept reachable for the leak checker.
-    static SecureChipClient* kept[] = {idle, no_event, stopped};
-    (void)kept;
+    for (SecureChipClient* c : {idle, no_event, stopped}) DestroySecureChipClient(c);
 }
 
 TEST(SecureChipNoClient, BothStubsAndWrappersFailWithoutTouchingAnything) {
-    SecureChipClient* saved = g_SecureChipClient;
-    g_SecureChipClient = nullptr;
+    ASSERT_EQ(g_SecureChipClient, nullptr);
     uint8_t out[48];
     std::memset(out, 0xEE, sizeof out);
     uint8_t data[8] = {};
@@ -444,86 +323,37 @@ TEST(SecureChipNoClient, BothStubsAndWrappersFailWithoutTouchingAnything) {
     EXPECT_EQ(SPI_GenPrivateKeyAndPublicKey(nullptr, out), -1);
     EXPECT_EQ(SecureChip_Sign_With_Private_Key(out, data, sizeof data), -1);
     for (uint8_t b : out) ASSERT_EQ(b, 0xEE);
-    g_SecureChipClient = saved;
 }
 
 // Trace lines of the export wrapper: the admin login key only when secrets are allowed.
-struct TraceCapture {
-    std::mutex lock;
-    std::string text;
-};
-void capture_trace(void* context, const char* line) {
-    auto* cap = static_cast<TraceCapture*>(context);
-    std::lock_guard<std::mutex> guard(cap->lock);
-    cap->text += line;
-}
-
 TEST_F(SecureChipTest, ExportTracesLoginKeyOnlyWhenSecretsAllowed) {
-    static TraceCapture cap;  // the watcher thread may trace too; the capture outlives the test
-    {
-        std::lock_guard<std::mutex> guard(cap.lock);
-        cap.text.clear();
-    }
     std::memset(g_SecureChipAdminLoginKey, 'k', sizeof g_SecureChipAdminLoginKey);  // no NUL
     g_SecureChipAdminLoginKeyLen = 256;
     SecureChipPrivateKeyIndex = 1;
     Bytes key;
-
-    trace_set_callback(capture_trace, &cap, false);
-    ASSERT_EQ(export_key(&key), 0);
     {
-        std::lock_guard<std::mutex> guard(cap.lock);
-        EXPECT_NE(cap.text.find("SPI_GenPrivateKeyAndPublicKey : SecureChipPrivateKeyIndex 1\n"),
+        TraceCapture& cap = TraceCapture::start(false);
+        ASSERT_EQ(export_key(&key), 0);
+        const std::string text = cap.text();
+        EXPECT_NE(text.find("SPI_GenPrivateKeyAndPublicKey : SecureChipPrivateKeyIndex 1\n"),
                   std::string::npos);
-        EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKeyLen 256\n"), std::string::npos);
-        EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKey <hidden>\n"), std::string::npos);
-        EXPECT_EQ(cap.text.find("kkkk"), std::string::npos) << cap.text;
-        cap.text.clear();
+        EXPECT_NE(text.find("g_SecureChipAdminLoginKeyLen 256\n"), std::string::npos);
+        EXPECT_NE(text.find("g_SecureChipAdminLoginKey <hidden>\n"), std::string::npos);
+        EXPECT_EQ(text.find("kkkk"), std::string::npos) << text;
     }
-
-    trace_set_callback(capture_trace, &cap, true);
-    sim_->set_fault(Fault::kBadStatus);
-    EXPECT_EQ(export_key(&key), -1);
-    trace_set_callback(nullptr, nullptr, false);
-    std::lock_guard<std::mutex> guard(cap.lock);
-    EXPECT_NE(cap.text.find("g_SecureChipAdminLoginKey " + std::string(256, 'k') + "\n"),
-              std::string::npos);
-    EXPECT_NE(cap.text.find("svr_ExportSignPublicKey_ECC -1\n"), std::string::npos);
+    TraceCapture::stop();
+    {
+        TraceCapture& cap = TraceCapture::start(true);
+        sim_->set_fault(Fault::kBadStatus);
+        EXPECT_EQ(export_key(&key), -1);
+        const std::string text = cap.text();
+        EXPECT_NE(text.find("g_SecureChipAdminLoginKey " + std::string(256, 'k') + "\n"),
+                  std::string::npos);
+        EXPECT_NE(text.find("svr_ExportSignPublicKey_ECC -1\n"), std::string::npos);
+    }
+    TraceCapture::stop();
     std::memset(g_SecureChipAdminLoginKey, 0, sizeof g_SecureChipAdminLoginKey);
     g_SecureChipAdminLoginKeyLen = 0;
-}
-
-TEST_F(SecureChipTest, StartWpsSecureChipTwiceMakesTwoClientsAndUsesTheNewest) {
-    const uint8_t local[6] = {0x02, 0x11, 0x22, 0x33, 0x44, 0x55};
-    const uint8_t peer[6] = {0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE};
-    uint8_t frame[64];
-    uint32_t frame_len = 0;
-    ASSERT_NE(StartWPS_SecureChip(local, 0, 3, peer, nullptr, frame, &frame_len), 0);
-    SecureChipClient* first = g_SecureChipClient;
-    ASSERT_NE(first, nullptr);
-    EXPECT_NE(first, client_);
-    EXPECT_EQ(g_IsDoSecureChip, 1);
-    ASSERT_NE(StartWPS_SecureChip(local, 0, 3, peer, nullptr, frame, &frame_len), 0);
-    SecureChipClient* second = g_SecureChipClient;
-    ASSERT_NE(second, nullptr);
-    EXPECT_NE(second, first);
-    EXPECT_NE(second->threadId, first->threadId);
-
-    // Both watchers connect; the wrappers go through the newest client.
-    ASSERT_TRUE(eventually([&] { return client_connected(first) && client_connected(second); }));
-    Bytes key;
-    ASSERT_EQ(export_key(&key), 0);
-    EXPECT_EQ(key, key_bytes(sim_->public_key(0)));
-
-    // The older client keeps its own connection.
-    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 1};
-    uint8_t dest[56];
-    ASSERT_EQ(SecureChipTransact(first, request, sizeof request, sizeof dest, dest), 0);
-    auto key1 = sim_->public_key(1);
-    EXPECT_TRUE(std::equal(key1.begin(), key1.end(), dest + 8));
-    StopWPS();
-    EXPECT_EQ(g_IsDoSecureChip, 0);
-    EXPECT_EQ(g_SecureChipClient, second);  // StopWPS leaves the client alone
 }
 
 }  // namespace

@@ -154,12 +154,19 @@ TEST(Ecdsa, EverySignatureVerifiesWithLibgcrypt) {
         const RefPoint q = ref_mul(d, c.gx, c.gy);  // the key made independently
         std::vector<uint8_t> msg(rng() % 200);
         for (auto& b : msg) b = static_cast<uint8_t>(rng());
-        uint32_t limbs[6] = {};
-        for (int32_t l = 0; l < d.count; ++l) limbs[l] = d.limb[l];
+        // Every other key is passed as d + m*n with up to 12 limbs: it must act as d.
+        BigNum key = d;
+        if (i % 2 == 1) {
+            BigNum m = random_bn(rng, 6), mn;
+            bn_mul(mn, m, n);
+            bn_add(key, mn, d);
+        }
+        uint32_t limbs[kBigNumLimbs] = {};
+        for (int32_t l = 0; l < key.count; ++l) limbs[l] = key.limb[l];
         uint8_t sig[kSignatureBytes + 8];
         std::memset(sig, 0x5A, sizeof sig);
         ASSERT_EQ(Sign_With_Private_Key(sig, msg.data(), static_cast<uint32_t>(msg.size()), limbs,
-                                        d.count),
+                                        key.count),
                   48);
         ASSERT_EQ(to_hex(sig + kSignatureBytes, 8), "5A5A5A5A5A5A5A5A");
         BigNum e;

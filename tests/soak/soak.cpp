@@ -97,21 +97,10 @@ exchange::Options wrong_pin(const Bytes&) {
 // The service simulator in-process; the client connects on its watcher thread.
 chipsim::Simulator* g_sim = nullptr;
 
-void wait_connected() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (g_SecureChipClient != nullptr) {
-            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
-            if (g_SecureChipClient->connected != 0) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
 exchange::Options chip(const Bytes&) {
     exchange::Options o = cert(1, {});
     o.secure_chip = true;
-    o.after_start = wait_connected;
+    o.after_start = exchange::wait_chip_connected;
     o.registrar.require_signature = true;
     return o;
 }

@@ -4,7 +4,8 @@
 //
 // Windows: a message-mode pipe server "\\.\pipe\QMX470_pipe"; the event "Global\NamedPipeRuning"
 // is set while serving and reset on stop. POSIX: an AF_UNIX SOCK_SEQPACKET socket at the given
-// path (default: $WAPIWPS_SECURECHIP_SOCKET, else /tmp/QMX470_pipe), removed on stop.
+// path (default: $WAPIWPS_SECURECHIP_SOCKET, else /run/wapiwps/securechip.sock, whose directory
+// is created when missing), removed on stop.
 //
 // Keys: one per slot on the WAPI 192-bit curve, derived from the seed. Signatures are ECDSA with
 // e = SHA-256(data) mod n and a random k, r || s as two 24-byte big-endian halves.
@@ -30,7 +31,7 @@ enum class Fault {
     kShortReply,       // the header announces the normal L but only 10 payload bytes follow
     kLongReply,        // the normal answer padded to 6,144 bytes, then long_reply_tail()
     kVanish,           // the connection is closed without an answer
-    kSilent,           // no answer at all; the connection stays open
+    kSilent,           // the request is read but never answered; the connection stays open
 };
 
 struct Options {
@@ -56,6 +57,11 @@ class Simulator {
     // but keeps every connection open and unanswered ones pending, as a service that hangs while
     // shutting down would. stop() still cleans up.
     void withdraw();
+    // While stalled the service accepts no connection (POSIX: one waits in the listen queue,
+    // further ones cannot connect) and reads no request, as a service that hangs would.
+    // Connections stay open.
+    void set_stalled(bool stalled);
+    bool stalled() const;
     const std::string& socket_path() const;
 
     // The slot's public key as the service exports it (x || y); zero for an unknown slot.
@@ -69,6 +75,9 @@ class Simulator {
     std::vector<uint8_t> long_reply_tail() const;
 
     uint32_t requests_served() const;
+    // Connections accepted so far (the server counts them through note_connection).
+    uint32_t connections_accepted() const;
+    void note_connection();
     std::vector<uint8_t> last_request() const;
 
     // The answer to one request, as it would be sent; *vanish tells that the connection is to be

@@ -15,10 +15,13 @@ class Server {
     virtual bool start() = 0;
     virtual void stop() = 0;
     virtual void withdraw() = 0;
+    // Called when the service stalls or resumes (POSIX: the listen queue shrinks to one
+    // connection while stalled, so that further connects wait).
+    virtual void on_stall(bool) {}
 };
 
 std::unique_ptr<Server> make_server(Simulator& sim, const std::string& socket_path);
-// Default socket path (POSIX): $WAPIWPS_SECURECHIP_SOCKET, else /tmp/QMX470_pipe.
+// Default socket path (POSIX): $WAPIWPS_SECURECHIP_SOCKET, else /run/wapiwps/securechip.sock.
 std::string default_socket_path();
 
 }  // namespace chipsim

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@ namespace chipsim {
 namespace {
 
 constexpr size_t kMaxRequestLen = 64 * 1024;
+constexpr int kBacklog = 64;
 
 class PosixServer : public Server {
   public:
@@ -31,10 +33,13 @@ class PosixServer : public Server {
         if (path_.size() >= sizeof addr.sun_path) return false;
         std::memcpy(addr.sun_path, path_.data(), path_.size());
         ::unlink(path_.c_str());  // a stale socket of an earlier run
+        // The default directory is the service's to create, writable by its account alone.
+        if (size_t slash = path_.rfind('/'); slash != std::string::npos && slash > 0)
+            (void)::mkdir(path_.substr(0, slash).c_str(), 0755);
         listen_fd_ = ::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
         if (listen_fd_ < 0) return false;
         if (::bind(listen_fd_, reinterpret_cast<const sockaddr*>(&addr), sizeof addr) != 0 ||
-            ::listen(listen_fd_, 64) != 0 || ::pipe(wake_) != 0) {
+            ::listen(listen_fd_, kBacklog) != 0 || ::pipe(wake_) != 0) {
             ::close(listen_fd_);
             listen_fd_ = -1;
             ::unlink(path_.c_str());
@@ -63,6 +68,9 @@ class PosixServer : public Server {
     }
 
     void withdraw() override { ::unlink(path_.c_str()); }
+    void on_stall(bool stalled) override {
+        if (listen_fd_ >= 0) ::listen(listen_fd_, stalled ? 0 : kBacklog);
+    }
 
   private:
     void serve() {
@@ -70,13 +78,22 @@ class PosixServer : public Server {
         while (!stopping_) {
             std::vector<pollfd> fds;
             fds.push_back({wake_[0], POLLIN, 0});
+            if (sim_.stalled()) {
+                // Only the wake pipe is watched, and the stall checked again now and then.
+                (void)::poll(fds.data(), fds.size(), 20);
+                continue;
+            }
             fds.push_back({listen_fd_, POLLIN, 0});
             for (int fd : conns_) fds.push_back({fd, POLLIN, 0});
             if (::poll(fds.data(), fds.size(), -1) < 0) continue;
             if (stopping_) break;
+            if (sim_.stalled()) continue;  // stalled while waiting: what arrived stays unread
             if (fds[1].revents & POLLIN) {
                 int fd = ::accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
-                if (fd >= 0) conns_.push_back(fd);
+                if (fd >= 0) {
+                    conns_.push_back(fd);
+                    sim_.note_connection();
+                }
             }
             std::vector<int> closed;
             for (size_t i = 2; i < fds.size(); ++i) {

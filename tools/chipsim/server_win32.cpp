@@ -117,6 +117,7 @@ class WinServer : public Server {
                 if (WaitForSingleObject(stop_event_, 0) == WAIT_OBJECT_0) return;
                 continue;
             }
+            sim_.note_connection();
             std::lock_guard<std::mutex> guard(lock_);
             conns_.emplace_back([this, pipe] { serve(pipe); });
         }
@@ -127,12 +128,20 @@ class WinServer : public Server {
         OVERLAPPED ov{};
         ov.hEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
         for (;;) {
+            bool stopping = false;
+            while (sim_.stalled() && !stopping)
+                stopping = WaitForSingleObject(stop_event_, 20) == WAIT_OBJECT_0;
+            if (stopping) break;
             ResetEvent(ov.hEvent);
             DWORD n = 0;
             if (!ReadFile(pipe, buf.data(), kMaxRequestLen, &n, &ov)) {
                 DWORD err = GetLastError();
                 if (err != ERROR_IO_PENDING || !wait_io(pipe, &ov, stop_event_, &n)) break;
             }
+            // A request read just as the service stalled waits, unanswered, for the stall to end.
+            while (sim_.stalled() && !stopping)
+                stopping = WaitForSingleObject(stop_event_, 20) == WAIT_OBJECT_0;
+            if (stopping) break;
             bool vanish = false;
             std::vector<uint8_t> out = sim_.answer(buf.data(), n, &vanish);
             if (vanish) break;

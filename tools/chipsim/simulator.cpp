@@ -1,6 +1,7 @@
 // The simulator's service logic: key slots, the two commands, and the deliberate faults.
 #include <gcrypt.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -218,6 +219,8 @@ struct Simulator::Impl {
     std::vector<uint8_t> tail = default_tail();
     uint32_t served = 0;
     std::vector<uint8_t> last;
+    std::atomic<bool> stalled{false};
+    std::atomic<uint32_t> accepted{0};
 };
 
 Simulator::Simulator(Options options) : impl_(std::make_unique<Impl>()) {
@@ -253,6 +256,15 @@ void Simulator::withdraw() {
     if (impl_->serving) impl_->server->withdraw();
 }
 
+void Simulator::set_stalled(bool stalled) {
+    impl_->stalled.store(stalled);
+    if (impl_->serving) impl_->server->on_stall(stalled);
+}
+
+bool Simulator::stalled() const {
+    return impl_->stalled.load();
+}
+
 bool Simulator::serving() const {
     return impl_->serving;
 }
@@ -284,6 +296,14 @@ std::vector<uint8_t> Simulator::long_reply_tail() const {
 uint32_t Simulator::requests_served() const {
     std::lock_guard<std::mutex> guard(impl_->lock);
     return impl_->served;
+}
+
+uint32_t Simulator::connections_accepted() const {
+    return impl_->accepted.load();
+}
+
+void Simulator::note_connection() {
+    impl_->accepted.fetch_add(1);
 }
 
 std::vector<uint8_t> Simulator::last_request() const {
@@ -367,7 +387,7 @@ bool Simulator::verify(const std::array<uint8_t, kKeyLen>& public_key, const uin
 
 std::string default_socket_path() {
     const char* env = std::getenv("WAPIWPS_SECURECHIP_SOCKET");
-    return (env != nullptr && env[0] != '\0') ? env : "/tmp/QMX470_pipe";
+    return (env != nullptr && env[0] != '\0') ? env : "/run/wapiwps/securechip.sock";
 }
 
 }  // namespace chipsim
