@@ -1,6 +1,7 @@
 // The command-line host's transcript decoder over arbitrary frames: it reads frames from the air
-// (enroll, registrar) and must describe anything without reading past it. The decoder is
-// compiled in here from the host's sources, so no other target is needed.
+// (enroll, registrar) and from capture files (decode, replay) and must describe anything without
+// reading past it. The decoder is compiled in here from the host's sources, so no other target
+// is needed.
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -24,5 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     cli::Mac dst{};
     cli::Bytes eapol;
     (void)cli::split_prefix(frame, dst, eapol);
+    // The same bytes as a captured packet of every link type the capture reader knows.
+    for (int linktype : {cli::kLinkEthernet, cli::kLinkLinuxCooked, cli::kLinkLinuxCooked2, 147}) {
+        const cli::Packet p = cli::capture_packet(linktype, frame, 1);
+        if (p.eapol) decoder.decode(p.frame);
+    }
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/check_codes.h"
 #include "wapiwps.h"
 
 namespace {
@@ -39,8 +40,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const std::vector<uint8_t> frame(data + pos, data + pos + len);
         pos += len;
         uint32_t out_len = 0xFFFFFFFF;
-        ProcessReceivePacket(frame.data(), static_cast<uint32_t>(frame.size()), out.data(),
-                             &out_len);
+        const int32_t result = ProcessReceivePacket(
+            frame.data(), static_cast<uint32_t>(frame.size()), out.data(), &out_len);
+        // Every refusal has its row in the code table, and the status agrees with the result.
+        WapiWpsStatus status{};
+        status.size = sizeof status;
+        if (WapiWps_GetStatus(&status) != 0 || status.lastResult != result) std::abort();
+        if (status.lastCode != 0 && find_check_code(status.lastCode) == nullptr) std::abort();
+        if (result > WAPIWPS_CHECKER_BASE - 200 && result < WAPIWPS_CHECKER_BASE &&
+            status.lastCode != result - WAPIWPS_CHECKER_BASE)
+            std::abort();
         if (out_len != 0xFFFFFFFF && out_len > WAPIWPS_MAX_FRAME_LEN) std::abort();
         if (g_FragOffset > kMsgBufLen) std::abort();
         if (g_State_Machine < WAIT_START || g_State_Machine > SEND_ACK_WAIT_FAILURE) std::abort();

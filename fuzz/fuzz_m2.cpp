@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/check_codes.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 
@@ -74,9 +75,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         restore();
         g_WPS_mode = kModes[data[0] & 0x03];
     }
+    clear_failed_check();
     const int32_t code = UnpackMessageM2(body, static_cast<int32_t>(body.size()));
     if (std::getenv("FUZZ_VERBOSE") != nullptr) std::fprintf(stderr, "M2 result %d\n", code);
     if (code != 0 && (code < -42 || code > -18)) std::abort();
+    // The code a parser returns is the row of the code table it traced.
+    if (code != 0 && (last_failed_check() == nullptr || last_failed_check()->code != code))
+        std::abort();
     if (code == 0 && (g_PrevMsgLen != body.size() || std::memcmp(g_PrevMsgBuf, body.data(), body.size()) != 0))
         std::abort();
     return 0;

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/check_codes.h"
 #include "fuzz_settings_common.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -16,8 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<uint8_t> body =
         (data[0] & 0x80) ? fuzzsettings::wrap_settings(WPS_MSG_TYPE_M4, rest, (data[0] & 0x40) != 0, true)
                          : rest;
+    clear_failed_check();
     const int32_t code = UnpackMessageM4(body, static_cast<int32_t>(body.size()));
     if (std::getenv("FUZZ_VERBOSE") != nullptr) std::fprintf(stderr, "M4 result %d\n", code);
     if (code != 0 && (code < -52 || code > -43)) std::abort();
+    // The code a parser returns is the row of the code table it traced.
+    if (code != 0 && (last_failed_check() == nullptr || last_failed_check()->code != code))
+        std::abort();
     return 0;
 }

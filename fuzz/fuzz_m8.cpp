@@ -5,10 +5,12 @@
 //                key and certificate-list steps see arbitrary input.
 // Bits 0-1 give g_WPS_mode (0..3), bit 2 g_PeerCertFlag, bit 3 the text address mode.
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "api/context.h"
+#include "common/check_codes.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 
@@ -60,7 +62,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     set_up_keys(data[0]);
     std::vector<uint8_t> body = (data[0] & 0x80) ? wrap_settings(data + 1, size - 1)
                                                  : std::vector<uint8_t>(data + 1, data + size);
-    UnpackMessageM8(std::span<const uint8_t>(body.data(), body.size()),
-                    static_cast<int32_t>(body.size()));
+    clear_failed_check();
+    const int32_t code = UnpackMessageM8(std::span<const uint8_t>(body.data(), body.size()),
+                                         static_cast<int32_t>(body.size()));
+    // The code a parser returns is the row of the code table it traced.
+    if (code != 0 && (last_failed_check() == nullptr || last_failed_check()->code != code))
+        std::abort();
     return 0;
 }

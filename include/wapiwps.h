@@ -35,13 +35,30 @@
 #define WAPIWPS_API __attribute__((visibility("default")))
 #endif
 
+/*
+ * Calling convention of every export: __cdecl on Windows (it matters on 32-bit Windows, where a
+ * host built with /Gz or /Gr would otherwise call with the wrong convention; 64-bit Windows has
+ * one convention and ignores it), nothing elsewhere. The DLL's export names stay undecorated.
+ */
+#if defined(_WIN32)
+#define WAPIWPS_CALL __cdecl
+#else
+#define WAPIWPS_CALL
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* One UTF-16 code unit. wchar_t on Windows so that hosts pass L"..." directly. */
+/*
+ * One UTF-16 code unit: wchar_t on Windows, so that hosts pass L"..." directly; char16_t in C++
+ * elsewhere, so that u"..." works without a cast; uint16_t in C elsewhere (C11's u"..." is an
+ * array of char16_t, which is uint_least16_t, the same type on every platform we build for).
+ */
 #if defined(_WIN32)
 typedef wchar_t wapiwps_utf16;
+#elif defined(__cplusplus)
+typedef char16_t wapiwps_utf16;
 #else
 typedef uint16_t wapiwps_utf16;
 #endif
@@ -96,7 +113,8 @@ typedef uint16_t wapiwps_utf16;
  * (converted to UTF-8 and cut at a character boundary to fit 32 bytes). Also forgets the
  * certificate identity list. Returns 0, or -1 when a pointer is null (nothing changed then).
  */
-WAPIWPS_API int32_t SetDeviceInfo(const uint8_t uuid[16], const wapiwps_utf16* deviceName);
+WAPIWPS_API int32_t WAPIWPS_CALL SetDeviceInfo(const uint8_t uuid[16],
+                                               const wapiwps_utf16* deviceName);
 
 /*
  * Begins a run: resets the context, records the modes, addresses and PIN, and writes the
@@ -108,29 +126,34 @@ WAPIWPS_API int32_t SetDeviceInfo(const uint8_t uuid[16], const wapiwps_utf16* d
  *   outFrame      at least WAPIWPS_MAX_FRAME_LEN bytes; *outLen receives the frame length
  * Returns 1 when the run has begun, 0 for WPS mode 0 or a null pointer.
  */
-WAPIWPS_API int32_t StartWPS(const uint8_t* localAddress, int32_t addressMode, int32_t wpsMode,
-                             const void* peer, const char* pPIN, uint8_t* outFrame,
-                             uint32_t* outLen);
+WAPIWPS_API int32_t WAPIWPS_CALL StartWPS(const uint8_t* localAddress, int32_t addressMode,
+                                          int32_t wpsMode, const void* peer, const char* pPIN,
+                                          uint8_t* outFrame, uint32_t* outLen);
 
 /*
  * StartWPS, then connects to the secure-chip service so that M7 is signed by the chip.
  * Returns 0 when the service client cannot be created (the run is still started, with software
  * signing).
  */
-WAPIWPS_API int32_t StartWPS_SecureChip(const uint8_t* localAddress, int32_t addressMode,
-                                        int32_t wpsMode, const void* peer, const char* pPIN,
-                                        uint8_t* outFrame, uint32_t* outLen);
+WAPIWPS_API int32_t WAPIWPS_CALL StartWPS_SecureChip(const uint8_t* localAddress,
+                                                     int32_t addressMode, int32_t wpsMode,
+                                                     const void* peer, const char* pPIN,
+                                                     uint8_t* outFrame, uint32_t* outLen);
 
 /* Abandons the run (state WAIT_START, mode NO_WPS) and forgets the identity list. Returns 1. */
-WAPIWPS_API int32_t StopWPS(void);
+WAPIWPS_API int32_t WAPIWPS_CALL StopWPS(void);
 
 /*
  * Hands one received frame (starting at the EAPOL header) to the library. When an answer is
- * written, *outLen receives its length (prefix included in MAC mode). outFrame must hold
- * WAPIWPS_MAX_FRAME_LEN bytes. Returns one of WAPIWPS_RESULT_*, or WAPIWPS_CHECKER_BASE + code.
+ * written, *outLen receives its length (prefix included in MAC mode); when the frame is examined
+ * and no answer is written (a refused or dropped frame, results 2 and 100), *outLen is set to 0,
+ * so the host sends exactly when *outLen > 0. In MAC mode the 8-byte prefix may be in outFrame
+ * even then: only *outLen says what to send. Without a run (WPS mode 0) the call writes nothing
+ * at all, *outLen included. outFrame must hold WAPIWPS_MAX_FRAME_LEN bytes. Returns one of
+ * WAPIWPS_RESULT_*, or WAPIWPS_CHECKER_BASE + code; WapiWps_ResultText says what each means.
  */
-WAPIWPS_API int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen,
-                                         uint8_t* outFrame, uint32_t* outLen);
+WAPIWPS_API int32_t WAPIWPS_CALL ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen,
+                                                      uint8_t* outFrame, uint32_t* outLen);
 
 /*
  * Registers certificate identities, keyed by registrar UUID, for M7 in certificate mode. entries
@@ -140,45 +163,45 @@ WAPIWPS_API int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen
  * entry's Length exceeds 1024, entries is null with count > 0 or memory runs out. Call after the
  * last StopWPS.
  */
-WAPIWPS_API int32_t SetCertIdentityStruct2(uint8_t count, const void* entries);
+WAPIWPS_API int32_t WAPIWPS_CALL SetCertIdentityStruct2(uint8_t count, const void* entries);
 
 /*
  * Stores the secure-chip parameters: the admin login key (len1 bytes of buf1), a second opaque
  * buffer, the key slot and 16 bytes passed with every signing request. The key index and sign
  * bytes are stored first; lengths outside 0..256 then give -1. Returns 0 on success.
  */
-WAPIWPS_API int32_t SetSecureChipParam(int32_t len1, const uint8_t* buf1, int32_t len2,
-                                       const uint8_t* buf2, uint32_t keyIndex,
-                                       const uint8_t signParam[16]);
+WAPIWPS_API int32_t WAPIWPS_CALL SetSecureChipParam(int32_t len1, const uint8_t* buf1, int32_t len2,
+                                                    const uint8_t* buf2, uint32_t keyIndex,
+                                                    const uint8_t signParam[16]);
 
 /*
- * Copies the network key delivered in M8 (PSK modes). key must hold 64 bytes.
+ * Copies the network key delivered in M8 (PSK modes). key must hold WAPIWPS_NETWORK_KEY_MAX
+ * bytes.
  * Returns 0, or -1 in certificate mode.
  */
-WAPIWPS_API int32_t GetWPSResult_PSK(uint8_t* key, uint16_t* keyLen);
+WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_PSK(uint8_t* key, uint16_t* keyLen);
 
 /*
  * Certificate-mode results, valid after ProcessReceivePacket returned 1 and before the closing
  * EAP-Failure. Returns 0 with everything written, 1 when M8 brought no certificate (nothing
- * written), -1 outside certificate mode. certList must hold 4096 bytes, extraCert 128.
+ * written), -1 outside certificate mode. certList must hold WAPIWPS_CERT_LIST_MAX bytes,
+ * extraCert WAPIWPS_EXTRA_CERT_MAX.
  */
-WAPIWPS_API int32_t GetWPSResult_Cert(uint8_t uuidR[16], uint8_t* certList,
-                                      uint16_t* certListLen, uint16_t* certCount,
-                                      uint8_t* extraCert, uint16_t* extraCertLen,
-                                      uint8_t privKey[24], uint8_t pubKey[48]);
-
-/* As GetWPSResult_Cert, with the secure chip's key slot in place of the private key. */
-WAPIWPS_API int32_t GetWPSResult_Cert_SecureChip(uint8_t uuidR[16], uint8_t* certList,
-                                                 uint16_t* certListLen, uint16_t* certCount,
-                                                 uint8_t* extraCert, uint16_t* extraCertLen,
-                                                 uint32_t* keyIndex, uint8_t pubKey[48]);
-
-/* As GetWPSResult_Cert_SecureChip, also returning the 16 sign-parameter bytes. */
-WAPIWPS_API int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList,
+WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert(uint8_t uuidR[16], uint8_t* certList,
                                                    uint16_t* certListLen, uint16_t* certCount,
                                                    uint8_t* extraCert, uint16_t* extraCertLen,
-                                                   uint32_t* keyIndex, uint8_t pubKey[48],
-                                                   uint8_t signParam[16]);
+                                                   uint8_t privKey[24], uint8_t pubKey[48]);
+
+/* As GetWPSResult_Cert, with the secure chip's key slot in place of the private key. */
+WAPIWPS_API int32_t WAPIWPS_CALL GetWPSResult_Cert_SecureChip(
+    uint8_t uuidR[16], uint8_t* certList, uint16_t* certListLen, uint16_t* certCount,
+    uint8_t* extraCert, uint16_t* extraCertLen, uint32_t* keyIndex, uint8_t pubKey[48]);
+
+/* As GetWPSResult_Cert_SecureChip, also returning the 16 sign-parameter bytes. */
+WAPIWPS_API int32_t WAPIWPS_CALL
+GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* certList, uint16_t* certListLen,
+                               uint16_t* certCount, uint8_t* extraCert, uint16_t* extraCertLen,
+                               uint32_t* keyIndex, uint8_t pubKey[48], uint8_t signParam[16]);
 
 /*
  * Extension: receive the library's diagnostic lines. fn is called on the calling thread with
@@ -187,9 +210,99 @@ WAPIWPS_API int32_t GetWPSResult_Cert_SecureChipEx(uint8_t uuidR[16], uint8_t* c
  * Secrets (PIN, keys, the admin login key) appear only when includeSecrets is non-zero.
  * Returns 0.
  */
-typedef void (*wapiwps_trace_fn)(void* context, const char* line);
-WAPIWPS_API int32_t WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
-                                             int32_t includeSecrets);
+typedef void(WAPIWPS_CALL* wapiwps_trace_fn)(void* context, const char* line);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
+                                                          int32_t includeSecrets);
+
+/* ---- Extension: buffer sizes, run status and result texts ---------------------------------- */
+
+/*
+ * A UTF-16 string literal of the type SetDeviceInfo takes: L"..." on Windows, u"..." elsewhere
+ * (C11 or C++11; in C99 spell the array out). WAPIWPS_UTF16("Office laptop") works in C and C++
+ * on every platform.
+ */
+#if defined(_WIN32)
+#define WAPIWPS_UTF16(text) L##text
+#else
+#define WAPIWPS_UTF16(text) u##text
+#endif
+
+/* Buffers the host provides to the result getters. */
+#define WAPIWPS_NETWORK_KEY_MAX 64   /* key of GetWPSResult_PSK */
+#define WAPIWPS_CERT_LIST_MAX 4096   /* certList of the GetWPSResult_Cert family */
+#define WAPIWPS_EXTRA_CERT_MAX 128   /* extraCert of the GetWPSResult_Cert family */
+#define WAPIWPS_UUID_LEN 16          /* uuid of SetDeviceInfo, uuidR of the certificate getters */
+#define WAPIWPS_PRIVATE_KEY_LEN 24   /* privKey of GetWPSResult_Cert */
+#define WAPIWPS_PUBLIC_KEY_LEN 48    /* pubKey of the certificate getters */
+#define WAPIWPS_SIGN_PARAM_LEN 16    /* signParam of SetSecureChipParam and the Ex getter */
+#define WAPIWPS_CHIP_PARAM_MAX 256   /* len1 and len2 of SetSecureChipParam */
+
+/* Outcome of the current or last run (WapiWpsStatus.outcome). */
+#define WAPIWPS_OUTCOME_NONE 0         /* no run since the library was loaded */
+#define WAPIWPS_OUTCOME_RUNNING 1      /* StartWPS began a run that has not ended */
+#define WAPIWPS_OUTCOME_CREDENTIAL 2   /* M8 accepted: the credential was delivered */
+#define WAPIWPS_OUTCOME_NACK 3         /* the registrar sent a NACK: it refused the run */
+#define WAPIWPS_OUTCOME_M2D 4          /* the registrar sent M2D: it is not ready for us */
+#define WAPIWPS_OUTCOME_REFUSED 5      /* we refused a registrar message (NACK 18 sent) */
+#define WAPIWPS_OUTCOME_STOPPED 6      /* StopWPS abandoned the run before it ended (or
+                                          StartWPS was refused, e.g. for WPS mode 0) */
+
+/* Reason classes (WapiWpsStatus.reason for the outcome, lastReason for the last frame). */
+#define WAPIWPS_REASON_NONE 0
+#define WAPIWPS_REASON_MALFORMED_FRAME 1 /* a header or frame length is wrong */
+#define WAPIWPS_REASON_OUT_OF_ORDER 2    /* right kind of frame, wrong moment of the exchange */
+#define WAPIWPS_REASON_NOT_OURS 3        /* another flavour, EAP type or message type */
+#define WAPIWPS_REASON_AUTHENTICATOR 4   /* the Authenticator does not match */
+#define WAPIWPS_REASON_WRONG_PASSWORD 5  /* R-Hash1/R-Hash2 mismatch, or a NACK after M3 or M5 */
+#define WAPIWPS_REASON_SETTINGS 6        /* Encrypted Settings do not decrypt, unpad or verify */
+#define WAPIWPS_REASON_ATTRIBUTE 7       /* an attribute is missing or malformed */
+#define WAPIWPS_REASON_KEY_AGREEMENT 8   /* the SM2 key agreement failed */
+#define WAPIWPS_REASON_SECURE_CHIP 9     /* the secure chip did not sign M7 */
+#define WAPIWPS_REASON_CREDENTIAL 10     /* the credential was refused (MAC address, key, list) */
+#define WAPIWPS_REASON_NO_RUN 11         /* a frame arrived while no run was started */
+
+/*
+ * What the library knows about the current or last run. The first field is the structure's own
+ * size: set it to sizeof(WapiWpsStatus) before the call, so that a later, larger version of the
+ * structure never writes past an older host's copy. Texts are NUL-terminated UTF-8.
+ */
+typedef struct WapiWpsStatus {
+    uint32_t size;         /* in: sizeof(WapiWpsStatus) */
+    uint32_t state;        /* the protocol state, WAPIWPS_WAIT_START ... */
+    int32_t wpsMode;       /* the run's WPS mode; 0 (NO_WPS) when no run is active */
+    int32_t lastResult;    /* result of the last ProcessReceivePacket call (0 before any) */
+    int32_t lastCode;      /* negative code that refused the last frame; 0 when it was taken */
+    uint32_t lastReason;   /* WAPIWPS_REASON_* of that refusal */
+    uint32_t outcome;      /* WAPIWPS_OUTCOME_* */
+    uint32_t reason;       /* WAPIWPS_REASON_* of the outcome (REFUSED, NACK) */
+    uint32_t message;      /* REFUSED: Message Type we refused (0x05 M2 ... 0x0C M8; 0x0B when
+                              M7 could not be signed); NACK: the last message we sent (0x04 M1,
+                              0x07 M3, 0x09 M5, 0x0B M7, 0x0F Done); M2D: 0x06 */
+    int32_t code;          /* REFUSED: negative code of the first failing check (-100 for the
+                              dispatcher's own refusals); 0 otherwise */
+    int32_t configError;   /* NACK, M2D: the registrar's Configuration Error, read big-endian
+                              for display only; -1 when the message carried none */
+    char detail[128];      /* REFUSED: the failing check's trace line, without its line end */
+    char manufacturer[33]; /* M2D: the registrar's Manufacturer, when present */
+    char modelName[33];    /* M2D: its Model Name */
+    char deviceName[33];   /* M2D: its Device Name */
+} WapiWpsStatus;
+
+/*
+ * Fills *status (up to status->size bytes; the size field is left as the host set it). Changes
+ * nothing and takes no lock: call it from the thread that drives the run, e.g. after every
+ * ProcessReceivePacket. StartWPS clears the outcome. Returns 0, or -1 when status is NULL or
+ * status->size is smaller than this first version of the structure.
+ */
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_GetStatus(WapiWpsStatus* status);
+
+/*
+ * A static English sentence for a result of ProcessReceivePacket (0, 1, 2, 100, -100, or
+ * WAPIWPS_CHECKER_BASE + code) or for a check code (-1 ... -109, as returned or as its
+ * WAPIWPS_CHECKER_BASE + code form). Where two checks share a code, the sentence names both.
+ * Never NULL: an unknown value gives "Unknown result code.". docs/errors.md lists every code.
+ */
+WAPIWPS_API const char* WAPIWPS_CALL WapiWps_ResultText(int32_t code);
 
 /*
  * Extension: where the Enrollee Nonce, the secret nonces E-S1 and E-S2, every Encrypted Settings
@@ -209,7 +322,7 @@ WAPIWPS_API int32_t WapiWps_SetTraceCallback(wapiwps_trace_fn fn, void* context,
  */
 #define WAPIWPS_RANDOM_COMPATIBLE 0
 #define WAPIWPS_RANDOM_SYSTEM 1
-WAPIWPS_API int32_t WapiWps_SetRandomSource(int32_t source);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetRandomSource(int32_t source);
 
 /*
  * Extension: wipes every secret the library still holds, including what a run keeps on purpose:
@@ -218,7 +331,7 @@ WAPIWPS_API int32_t WapiWps_SetRandomSource(int32_t source);
  * or zeros). For hosts that have stored these elsewhere. Run secrets (PIN, session keys, secret
  * nonces) are already wiped by StartWPS, StopWPS and the run's closing EAP-Failure. Returns 0.
  */
-WAPIWPS_API int32_t WapiWps_ClearSecrets(void);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_ClearSecrets(void);
 
 /*
  * Extension: restores a software signing key for certificate mode 2, as a mode-1 run would have
@@ -228,7 +341,7 @@ WAPIWPS_API int32_t WapiWps_ClearSecrets(void);
  * Without a key from this call or an earlier mode-1 run, a software-signed M7 in mode 2 is not
  * sent: the run ends with NACK (Configuration Error 18), as when the secure chip fails to sign.
  */
-WAPIWPS_API int32_t WapiWps_SetSigningKey(const uint8_t privateKey[24]);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetSigningKey(const uint8_t privateKey[24]);
 
 /*
  * Extension: secure-chip service hardening (docs/secure-chip.md).
@@ -261,10 +374,10 @@ WAPIWPS_API int32_t WapiWps_SetSigningKey(const uint8_t privateKey[24]);
 #define WAPIWPS_CHIP_PEER_DEFAULT (WAPIWPS_CHIP_PEER_SYSTEM | WAPIWPS_CHIP_PEER_SELF)
 #define WAPIWPS_CHIP_PEER_MAX_EXTRA 8
 #define WAPIWPS_CHIP_DEFAULT_TIMEOUT_MS 5000
-WAPIWPS_API int32_t WapiWps_SetSecureChipPeerPolicy(uint32_t accounts,
-                                                    const char* const* extraAccounts,
-                                                    uint32_t extraCount);
-WAPIWPS_API int32_t WapiWps_SetSecureChipTimeout(uint32_t milliseconds);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetSecureChipPeerPolicy(uint32_t accounts,
+                                                                 const char* const* extraAccounts,
+                                                                 uint32_t extraCount);
+WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetSecureChipTimeout(uint32_t milliseconds);
 
 /*
  * Extension: the library's version as "MAJOR.MINOR.PATCH", a static NUL-terminated string.

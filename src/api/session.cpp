@@ -6,6 +6,7 @@
 #include "api/context.h"
 #include "common/bytes.h"
 #include "engine/engine.h"
+#include "engine/run_status.h"
 #include "platform/platform.h"
 #include "signing/signing.h"
 #include "wapiwps.h"
@@ -149,6 +150,7 @@ int32_t StartWPS(const uint8_t* localAddress, int32_t addressMode, int32_t wpsMo
         return 0;
     trace("Stop WPS 2.\r\n");
     reset_session();
+    run_status_begin();
 
     trace("Start WPS. WPS_mode = %d\r\n", static_cast<int>(wpsMode));
     g_WPS_mode = static_cast<uint32_t>(wpsMode);

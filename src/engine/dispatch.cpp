@@ -3,8 +3,10 @@
 #include <cstring>
 
 #include "api/context.h"
+#include "common/check_codes.h"
 #include "engine/engine.h"
 #include "engine/frame_bytes.h"
+#include "engine/run_status.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
 #include "wapiwps.h"
@@ -47,8 +49,22 @@ int32_t answer_nack(const Received& rx, uint16_t configError) {
     return answered(rx, kResultAccepted);
 }
 
-int32_t drop_silently() {
+// Drops the frame for the reason of `id`, tracing that row's line (some rows trace nothing).
+int32_t drop(CheckId id) {
+    fail_check(id);
     return kResultDropped;
+}
+
+// The message body after the headers (and the length field of an LF frame), as far as it exists.
+std::span<const uint8_t> body_of(const Received& rx, size_t payloadOffset) {
+    if (payloadOffset >= rx.length) return {};
+    return {rx.frame + payloadOffset, rx.length - payloadOffset};
+}
+
+// We refused the registrar's message: NACK 18, and the status says which check refused it.
+int32_t refuse_message(const Received& rx, uint8_t messageType) {
+    run_status_refused(messageType);
+    return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
 }
 
 // ---- EAP-Failure, Identity, Start ---------------------------------------------------------------
@@ -58,10 +74,7 @@ int32_t on_failure(const Received& rx) {
     const bool after_done = g_State_Machine == WAIT_REQUEST_FAILURE;
     const bool after_refusal =
         g_State_Machine == SEND_NACK_WAIT_FAILURE || g_State_Machine == SEND_ACK_WAIT_FAILURE;
-    if (!after_done && !after_refusal) {
-        trace("Drop packet, error code is -100.\r\n");
-        return kResultDropped;
-    }
+    if (!after_done && !after_refusal) return drop(CheckId::DropOutOfOrder);
     g_EapIdentifier = rx.identifier;
     const int32_t refused = checker_result(UnpackFailure(rx.frame, rx.length));
     if (refused != 0) return refused;
@@ -76,10 +89,7 @@ int32_t on_failure(const Received& rx) {
 
 int32_t on_identity(const Received& rx) {
     trace("EAP_TYPE_IDENTITY.\r\n");
-    if (g_State_Machine != WAIT_REQUEST_IDENTITY) {
-        trace("Drop packet, error code is -100.\r\n");
-        return kResultDropped;
-    }
+    if (g_State_Machine != WAIT_REQUEST_IDENTITY) return drop(CheckId::DropOutOfOrder);
     g_EapIdentifier = rx.identifier;
     const int32_t refused = checker_result(UnpackRequestIdentity(rx.frame, rx.length));
     if (refused != 0) return refused;
@@ -90,17 +100,11 @@ int32_t on_identity(const Received& rx) {
 
 int32_t on_start(const Received& rx) {
     trace("WPS Start.\r\n");
-    if (g_State_Machine != WAIT_WPS_START) {
-        trace("drop it, error code is -100.\r\n");
-        return kResultDropped;
-    }
+    if (g_State_Machine != WAIT_WPS_START) return drop(CheckId::DropOutOfOrderStart);
     g_EapIdentifier = rx.identifier;
     const int32_t refused = checker_result(UnpackRequestStart(rx.frame, rx.length));
     if (refused != 0) return refused;
-    if (PackM1(rx.answer, rx.outLength) != 0) {
-        trace("PackeM1 failed.\r\n");
-        return kResultDropped;
-    }
+    if (PackM1(rx.answer, rx.outLength) != 0) return drop(CheckId::DropM1NotBuilt);
     g_State_Machine = WAIT_M2;
     return answered(rx, kResultAccepted);
 }
@@ -110,15 +114,17 @@ int32_t on_start(const Received& rx) {
 using FrameParser = int32_t (*)(const uint8_t* frame, uint32_t frameLength);
 using FramePacker = int32_t (*)(uint8_t* buffer, uint32_t* outLength);
 
-int32_t on_message(const Received& rx, uint32_t expectedState, FrameParser unpack, FramePacker pack,
-                   uint32_t nextState) {
-    if (g_State_Machine != expectedState) return drop_silently();
+int32_t on_message(const Received& rx, uint8_t messageType, uint32_t expectedState,
+                   FrameParser unpack, FramePacker pack, uint32_t nextState) {
+    if (g_State_Machine != expectedState) return drop(CheckId::DropOutOfOrderMessage);
     g_EapIdentifier = rx.identifier;
-    if (checker_result(unpack(rx.frame, rx.length)) != 0)
-        return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
+    if (checker_result(unpack(rx.frame, rx.length)) != 0) return refuse_message(rx, messageType);
     // Only M7 can fail to build (the signature); the run then ends as after a refused message.
     if (pack(rx.answer, rx.outLength) != 0) {
-        if (pack == PackM7) trace("PackM7 failed.\r\n");
+        if (pack == PackM7) {
+            fail_check(CheckId::DropM7NotBuilt);
+            return refuse_message(rx, WPS_MSG_TYPE_M7);
+        }
         return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
     }
     g_State_Machine = nextState;
@@ -143,20 +149,21 @@ bool append_fragment(const Received& rx, size_t payloadOffset, int32_t payloadLe
 // A fragment that does not fit ends the collection: NACK 18 and an empty buffer. This reset is
 // ours; in a normal run g_FragOffset is never reset.
 int32_t refuse_fragment(const Received& rx) {
-    trace("M8 fragment out of bounds, error code is -100.\r\n");
+    fail_check(CheckId::DropFragmentBounds);
     g_FragState = NO_FRAG;
     g_FragOffset = 0;
-    return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
+    return refuse_message(rx, WPS_MSG_TYPE_M8);
 }
 
 int32_t accept_m8(const Received& rx) {
+    run_status_credential();
     PackDone(rx.answer, rx.outLength);
     g_State_Machine = WAIT_REQUEST_FAILURE;
     return answered(rx, kResultM8Done);
 }
 
 int32_t on_m8(const Received& rx, size_t payloadOffset, int32_t payloadLength) {
-    if (g_State_Machine != WAIT_M8) return drop_silently();
+    if (g_State_Machine != WAIT_M8) return drop(CheckId::DropOutOfOrderMessage);
     g_EapIdentifier = rx.identifier;
     if (g_FragState == DO_FRAG) {
         if (!append_fragment(rx, payloadOffset, payloadLength)) return refuse_fragment(rx);
@@ -168,14 +175,14 @@ int32_t on_m8(const Received& rx, size_t payloadOffset, int32_t payloadLength) {
     if (g_FragState == END_FRAG) {
         if (!append_fragment(rx, payloadOffset, payloadLength)) return refuse_fragment(rx);
         if (checker_result(UnpackM8Entire(g_FragBuffer, g_FragOffset)) != 0)
-            return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
+            return refuse_message(rx, WPS_MSG_TYPE_M8);
         const int32_t result = accept_m8(rx);
         trace("END_FRAG.\r\n");
         return result;
     }
     trace("UnpackLen = %d.\r\n", static_cast<int>(rx.length));
     if (checker_result(UnpackM8(rx.frame, rx.length)) != 0)
-        return answer_nack(rx, CONFIG_ERROR_MESSAGE_REFUSED);
+        return refuse_message(rx, WPS_MSG_TYPE_M8);
     return accept_m8(rx);
 }
 
@@ -209,43 +216,45 @@ int32_t on_wps_message(const Received& rx, int32_t payloadLength) {
     switch (messageType) {
         case WPS_MSG_TYPE_M2:
             trace("WPS_MSG_TYPE_M2.\r\n");
-            return on_message(rx, WAIT_M2, UnpackM2, PackM3, WAIT_M4);
+            return on_message(rx, messageType, WAIT_M2, UnpackM2, PackM3, WAIT_M4);
         case WPS_MSG_TYPE_M2D:
             trace("WPS_MSG_TYPE_M2D.\r\n");
             g_EapIdentifier = rx.identifier;
+            run_status_m2d(body_of(rx, payloadOffset));
             PackAck(rx.answer, rx.outLength);
             g_State_Machine = SEND_ACK_WAIT_FAILURE;
             return answered(rx, kResultAccepted);
         case WPS_MSG_TYPE_M4:
             trace("WPS_MSG_TYPE_M4.\r\n");
-            return on_message(rx, WAIT_M4, UnpackM4, PackM5, WAIT_M6);
+            return on_message(rx, messageType, WAIT_M4, UnpackM4, PackM5, WAIT_M6);
         case WPS_MSG_TYPE_M6:
             trace("WPS_MSG_TYPE_M6.\r\n");
-            return on_message(rx, WAIT_M6, UnpackM6, PackM7, WAIT_M8);
+            return on_message(rx, messageType, WAIT_M6, UnpackM6, PackM7, WAIT_M8);
         case WPS_MSG_TYPE_M8:
             return on_m8(rx, payloadOffset, payloadLength);
         case WACA_MSG_TYPE_NACK:
             trace("WACA_MSG_TYPE_NACK.\r\n");
             g_EapIdentifier = rx.identifier;
+            run_status_registrar_nack(body_of(rx, payloadOffset));
             return answer_nack(rx, kNackForRegistrarNack);
         default:
-            return kResultDropped;
+            return drop(CheckId::DropNotOurMessage);
     }
 }
 
 }  // namespace
 
-int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen, uint8_t* outFrame,
-                             uint32_t* outLen) {
-    if (g_WPS_mode == NO_WPS) {
-        trace("Cannot Process Receive Packet,because WPS mode is NO_WPS.\r\n");
-        return kResultDropped;
-    }
+namespace {
+
+int32_t dispatch(const uint8_t* frame, uint32_t frameLen, uint8_t* outFrame, uint32_t* outLen) {
+    // Without a run nothing is written at all, not even the output length.
+    if (g_WPS_mode == NO_WPS) return drop(CheckId::DropNoRun);
     // Our choice: missing host pointers refuse the frame before anything is written.
-    if (frame == nullptr || outFrame == nullptr || outLen == nullptr) {
-        trace("Drop packet, error code is -100.\r\n");
-        return kResultDropped;
-    }
+    if (frame == nullptr || outFrame == nullptr || outLen == nullptr)
+        return drop(CheckId::DropNoBuffer);
+    // Our choice: a frame that is examined and not answered leaves a zero length, so that the
+    // host sends exactly when the length is non-zero. Every answer sets it again.
+    *outLen = 0;
     Received rx{frame, frameLen, frame_byte(frame, frameLen, OFF_EAP_ID), outFrame, outLen};
     // The prefix goes out before the frame is examined, whatever happens to it.
     if (g_AddressMode == MAC_ADDRESS) {
@@ -262,16 +271,10 @@ int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen, uint8_t* o
     const bool is_request = frame_byte(frame, frameLen, OFF_EAP_CODE) == EAP_CODE_REQUEST;
     if (is_wifi_flavour()) {
         trace("WIFI WPS mode.\r\n");
-        if (!is_request || eapType != EAP_TYPE_WIFI) {
-            trace("drop it, error code is -100.\r\n");
-            return kResultDropped;
-        }
+        if (!is_request || eapType != EAP_TYPE_WIFI) return drop(CheckId::DropNotOurFlavour);
     } else {
         trace("WAPI WPS mode.\r\n");
-        if (!is_request || eapType != EAP_TYPE_WAPI) {
-            trace("drop it, error code is -100.\r\n");
-            return kResultDropped;
-        }
+        if (!is_request || eapType != EAP_TYPE_WAPI) return drop(CheckId::DropNotOurFlavour);
     }
 
     // Read in host byte order on purpose: registrars of this protocol size their fragments for
@@ -281,4 +284,14 @@ int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen, uint8_t* o
 
     if (frame_byte(frame, frameLen, OFF_OPCODE) == WSC_OP_START) return on_start(rx);
     return on_wps_message(rx, payloadLength);
+}
+
+}  // namespace
+
+int32_t ProcessReceivePacket(const uint8_t* frame, uint32_t frameLen, uint8_t* outFrame,
+                             uint32_t* outLen) {
+    clear_failed_check();
+    const int32_t result = dispatch(frame, frameLen, outFrame, outLen);
+    run_status_frame(result);
+    return result;
 }

@@ -7,6 +7,7 @@
 
 #include "api/context.h"
 #include "common/bytes.h"
+#include "common/check_codes.h"
 #include "crypto/crypto.h"
 #include "engine/engine.h"
 #include "engine/frame_bytes.h"
@@ -29,39 +30,6 @@ static_assert(kIdentityWifiLen == 29 && kIdentityWapiLen == 31);
 static_assert(kPrefixLen + kFrameHeaderLen + kMaxBodyLen <= kMaxOutFrameLen);
 static_assert(kPrefixLen + kEapolHeaderLen + kEapHeaderLen + kIdentityWapiLen <= kMaxOutFrameLen);
 
-// Checker codes. The EAP-Failure codes reuse three header values with other meanings, on purpose.
-enum : int32_t {
-    kErrIdentityFrameLength = -1,
-    kErrIdentityEapolType = -2,
-    kErrIdentityBodyLength = -3,
-    kErrIdentityEapCode = -4,
-    kErrIdentityEapType = -5,
-    kErrIdentityEapLength = -6,
-    kErrStartEapolType = -7,
-    kErrStartBodyLength = -8,
-    kErrStartEapCode = -9,
-    kErrStartWifiEapType = -10,
-    kErrStartWapiEapType = -11,
-    kErrStartEapLength = -12,
-    kErrStartWifiVendor = -13,
-    kErrStartWapiVendor = -14,
-    kErrStartVendorType = -15,
-    kErrStartOpcode = -16,
-    kErrStartFrameLength = -17,
-    kErrHeaderEapolType = -101,
-    kErrHeaderEapCode = -102,
-    kErrHeaderWifiEapType = -103,
-    kErrHeaderWapiEapType = -104,
-    kErrHeaderWifiVendor = -105,
-    kErrHeaderWapiVendor = -106,
-    kErrHeaderVendorType = -107,
-    kErrHeaderOpcode = -108,
-    kErrFailureFrameLength = -106,
-    kErrFailureEapolType = -107,
-    kErrFailureBodyLength = -108,
-    kErrFailureEapCode = -109,
-};
-
 uint8_t flavour_eap_type() {
     return is_wifi_flavour() ? EAP_TYPE_WIFI : EAP_TYPE_WAPI;
 }
@@ -69,21 +37,17 @@ const uint8_t (&flavour_vendor_id())[3] {
     return is_wifi_flavour() ? VENDOR_ID_WIFI : VENDOR_ID_WAPI;
 }
 
-// One check of a checker table: the code it returns and the condition that refuses the frame.
+// One check of a checker table: its row in the code table (code and trace line) and the
+// condition that refuses the frame.
 struct FrameCheck {
-    int32_t code;
+    CheckId id;
     bool (*refuses)(const uint8_t* frame, uint32_t frameLength);
 };
 
-// Runs the table in order; the first refusal is traced with `format` and returned.
-int32_t run_checks(std::span<const FrameCheck> checks, const uint8_t* frame, uint32_t frameLength,
-                   const char* errorFormat) {
-    for (const FrameCheck& check : checks) {
-        if (check.refuses(frame, frameLength)) {
-            trace(errorFormat, static_cast<int>(check.code));
-            return check.code;
-        }
-    }
+// Runs the table in order; the first refusal is traced from its row and its code returned.
+int32_t run_checks(std::span<const FrameCheck> checks, const uint8_t* frame, uint32_t frameLength) {
+    for (const FrameCheck& check : checks)
+        if (check.refuses(frame, frameLength)) return fail_check(check.id);
     return 0;
 }
 
@@ -111,31 +75,31 @@ bool wrong_vendor_type(const uint8_t* f, uint32_t n) {
 
 // Message frame header, in the order the checks run.
 constexpr FrameCheck kHeaderChecks[] = {
-    {kErrHeaderEapolType, wrong_eapol_type},
-    {kErrHeaderEapCode, not_request},
-    {kErrHeaderWifiEapType, wifi_wrong_type},
-    {kErrHeaderWapiEapType, wapi_wrong_type},
-    {kErrHeaderWifiVendor, wifi_wrong_vendor},
-    {kErrHeaderWapiVendor, wapi_wrong_vendor},
-    {kErrHeaderVendorType, wrong_vendor_type},
-    {kErrHeaderOpcode,
+    {CheckId::HeaderEapolType, wrong_eapol_type},
+    {CheckId::HeaderEapCode, not_request},
+    {CheckId::HeaderWifiEapType, wifi_wrong_type},
+    {CheckId::HeaderWapiEapType, wapi_wrong_type},
+    {CheckId::HeaderWifiVendor, wifi_wrong_vendor},
+    {CheckId::HeaderWapiVendor, wapi_wrong_vendor},
+    {CheckId::HeaderVendorType, wrong_vendor_type},
+    {CheckId::HeaderOpcode,
      [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_MSG; }},
 };
 
 // EAP Request/Identity: the length test comes first, so the others read inside the frame.
 constexpr FrameCheck kIdentityChecks[] = {
-    {kErrIdentityFrameLength, [](const uint8_t*, uint32_t n) { return n != kIdentityRequestLen; }},
-    {kErrIdentityEapolType, wrong_eapol_type},
-    {kErrIdentityBodyLength,
+    {CheckId::IdentityFrameLength, [](const uint8_t*, uint32_t n) { return n != kIdentityRequestLen; }},
+    {CheckId::IdentityEapolType, wrong_eapol_type},
+    {CheckId::IdentityBodyLength,
      [](const uint8_t* f, uint32_t n) {
          return frame_be16(f, n, OFF_EAPOL_LENGTH) != kIdentityBodyLen;
      }},
-    {kErrIdentityEapCode, not_request},
-    {kErrIdentityEapType,
+    {CheckId::IdentityEapCode, not_request},
+    {CheckId::IdentityEapType,
      [](const uint8_t* f, uint32_t n) {
          return frame_byte(f, n, OFF_EAP_TYPE) != EAP_TYPE_IDENTITY;
      }},
-    {kErrIdentityEapLength,
+    {CheckId::IdentityEapLength,
      [](const uint8_t* f, uint32_t n) {
          return frame_be16(f, n, OFF_EAP_LENGTH) != kIdentityBodyLen;
      }},
@@ -143,35 +107,35 @@ constexpr FrameCheck kIdentityChecks[] = {
 
 // Start: the frame length is tested last, after every header field.
 constexpr FrameCheck kStartChecks[] = {
-    {kErrStartEapolType, wrong_eapol_type},
-    {kErrStartBodyLength,
+    {CheckId::StartEapolType, wrong_eapol_type},
+    {CheckId::StartBodyLength,
      [](const uint8_t* f, uint32_t n) {
          return frame_be16(f, n, OFF_EAPOL_LENGTH) != kStartBodyLen;
      }},
-    {kErrStartEapCode, not_request},
-    {kErrStartWifiEapType, wifi_wrong_type},
-    {kErrStartWapiEapType, wapi_wrong_type},
-    {kErrStartEapLength,
+    {CheckId::StartEapCode, not_request},
+    {CheckId::StartWifiEapType, wifi_wrong_type},
+    {CheckId::StartWapiEapType, wapi_wrong_type},
+    {CheckId::StartEapLength,
      [](const uint8_t* f, uint32_t n) {
          return frame_be16(f, n, OFF_EAP_LENGTH) != kStartBodyLen;
      }},
-    {kErrStartWifiVendor, wifi_wrong_vendor},
-    {kErrStartWapiVendor, wapi_wrong_vendor},
-    {kErrStartVendorType, wrong_vendor_type},
-    {kErrStartOpcode,
+    {CheckId::StartWifiVendor, wifi_wrong_vendor},
+    {CheckId::StartWapiVendor, wapi_wrong_vendor},
+    {CheckId::StartVendorType, wrong_vendor_type},
+    {CheckId::StartOpcode,
      [](const uint8_t* f, uint32_t n) { return frame_byte(f, n, OFF_OPCODE) != WSC_OP_START; }},
-    {kErrStartFrameLength, [](const uint8_t*, uint32_t n) { return n != kStartFrameLen; }},
+    {CheckId::StartFrameLength, [](const uint8_t*, uint32_t n) { return n != kStartFrameLen; }},
 };
 
 // EAP-Failure. Its codes overlap the header checker's on purpose; they are distinct checks.
 constexpr FrameCheck kFailureChecks[] = {
-    {kErrFailureFrameLength, [](const uint8_t*, uint32_t n) { return n != kFailureFrameLen; }},
-    {kErrFailureEapolType, wrong_eapol_type},
-    {kErrFailureBodyLength,
+    {CheckId::FailureFrameLength, [](const uint8_t*, uint32_t n) { return n != kFailureFrameLen; }},
+    {CheckId::FailureEapolType, wrong_eapol_type},
+    {CheckId::FailureBodyLength,
      [](const uint8_t* f, uint32_t n) {
          return frame_be16(f, n, OFF_EAPOL_LENGTH) != kFailureBodyLen;
      }},
-    {kErrFailureEapCode,
+    {CheckId::FailureEapCode,
      [](const uint8_t* f, uint32_t n) {
          return frame_byte(f, n, OFF_EAP_CODE) != EAP_CODE_FAILURE;
      }},
@@ -259,8 +223,7 @@ size_t AddWpsHeader(uint8_t* buffer, uint8_t opcode) {
 // ------------------------------------------------------------------------------------
 
 int32_t UnpackHeader(const uint8_t** frame, uint32_t frameLength) {
-    const int32_t code = run_checks(kHeaderChecks, *frame, frameLength,
-                                    "Unpack header error, error code is %d.\r\n");
+    const int32_t code = run_checks(kHeaderChecks, *frame, frameLength);
     if (code != 0) return code;
     // The flags are not examined: an LF frame's length field is read as message.
     *frame += kFrameHeaderLen;
@@ -271,30 +234,22 @@ int32_t UnpackHeader(const uint8_t** frame, uint32_t frameLength) {
 int32_t UnpackRequestIdentity(const uint8_t* frame, uint32_t frameLength) {
     for (const FrameCheck& check : kIdentityChecks) {
         if (!check.refuses(frame, frameLength)) continue;
-        if (check.code == kErrIdentityBodyLength)
-            trace(
-                "Unpack Request Identity message erro, error code is -3, "
-                "pEapolHead->BodyLength = %d.\r\n",
-                static_cast<int>(frame_be16(frame, frameLength, OFF_EAPOL_LENGTH)));
-        else
-            trace("Unpack Request Identity message erro, error code is %d.\r\n",
-                  static_cast<int>(check.code));
-        return check.code;
+        // The body-length line also shows the length it found.
+        return fail_check(check.id,
+                          static_cast<int>(frame_be16(frame, frameLength, OFF_EAPOL_LENGTH)));
     }
     trace("Unpack Request Identity success.\r\n");
     return 0;
 }
 
 int32_t UnpackRequestStart(const uint8_t* frame, uint32_t frameLength) {
-    const int32_t code = run_checks(kStartChecks, frame, frameLength,
-                                    "Unpack request start error, error code is %d.\r\n");
+    const int32_t code = run_checks(kStartChecks, frame, frameLength);
     if (code == 0) trace("Unpack request start success.\r\n");
     return code;
 }
 
 int32_t UnpackFailure(const uint8_t* frame, uint32_t frameLength) {
-    const int32_t code = run_checks(kFailureChecks, frame, frameLength,
-                                    "Unpack failure message erro, error code is %d.\r\n");
+    const int32_t code = run_checks(kFailureChecks, frame, frameLength);
     if (code == 0) trace("Unpack failure message success.\r\n");
     return code;
 }

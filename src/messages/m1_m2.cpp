@@ -73,34 +73,6 @@ void make_public_key_value(uint8_t* work) {
 
 // ---- M2 --------------------------------------------------------------------------------------
 
-constexpr int32_t kErrM2RegistrarNonce = -18;
-constexpr int32_t kErrM2PublicKey = -19;
-constexpr int32_t kErrM2Authenticator = -20;
-constexpr int32_t kErrM2KeyAgreement = -21;  // shared by the key agreement and the
-constexpr int32_t kErrM2AuthCheck = -21;     // Authenticator check: only the trace differs
-constexpr int32_t kErrM2Version = -22;
-constexpr int32_t kErrM2MsgType = -23;
-constexpr int32_t kErrM2EnrolleeNonce = -24;
-constexpr int32_t kErrM2UuidR = -25;
-constexpr int32_t kErrM2AuthTypeFlags = -26;
-constexpr int32_t kErrM2EncrTypeFlags = -27;
-constexpr int32_t kErrM2ConnTypeFlags = -28;
-constexpr int32_t kErrM2ConfigMethods = -29;
-constexpr int32_t kErrM2Manufacturer = -30;
-constexpr int32_t kErrM2ModelName = -31;
-constexpr int32_t kErrM2ModelNumber = -32;
-constexpr int32_t kErrM2SerialNumber = -33;
-constexpr int32_t kErrM2PrimaryDevType = -34;
-constexpr int32_t kErrM2OuiWifi = -35;
-constexpr int32_t kErrM2OuiWapi = -36;
-constexpr int32_t kErrM2DeviceName = -37;
-constexpr int32_t kErrM2RfBands = -38;
-constexpr int32_t kErrM2AssocState = -39;
-constexpr int32_t kErrM2ConfigError = -40;
-constexpr int32_t kErrM2DevicePasswordId = -41;
-constexpr int32_t kErrM2OsVersion = -42;        // shared by OS Version and Certificate Mode:
-constexpr int32_t kErrM2CertificateMode = -42;  // only the trace differs
-
 constexpr uint8_t kM2MsgType[1] = {WPS_MSG_TYPE_M2};
 constexpr uint8_t kCertModeSign = 1;
 constexpr uint8_t kCertModeRequest = 2;
@@ -122,8 +94,7 @@ StepResult store_public_keys(ParseState& s) {
 }
 StepResult agree_key(ParseState&) {
     trace("Start ComputerExchangeKey.\r\n");
-    if (ComputerExchangeKey() != 0)
-        return {kErrM2KeyAgreement, "Unpack M2 error, ComputerExchangeKey error code is -21.\r\n"};
+    if (ComputerExchangeKey() != 0) return kStepFailed;
     return kStepPassed;
 }
 StepResult derive_session_keys(ParseState&) {
@@ -140,9 +111,10 @@ StepResult note_peer_cert_flag(ParseState& s) {
 StepResult check_oui(ParseState& s) {
     const uint8_t* oui = s.value.data() + 2;
     if (is_wifi_flavour()) {
-        if (std::memcmp(oui, kOuiWifi, sizeof(kOuiWifi)) != 0) return {kErrM2OuiWifi, nullptr};
+        if (std::memcmp(oui, kOuiWifi, sizeof(kOuiWifi)) != 0)
+            return step_failed_as(CheckId::M2OuiWifi);
     } else if (std::memcmp(oui, kOuiWapi, sizeof(kOuiWapi)) != 0) {
-        return {kErrM2OuiWapi, nullptr};
+        return step_failed_as(CheckId::M2OuiWapi);
     }
     return kStepPassed;
 }
@@ -151,44 +123,44 @@ StepResult check_certificate_mode(ParseState& s) {
     s.value_len = 0;
     if (GetTlvFromType(ATTR_CERTIFICATE_MODE, s.readable, s.length, s.value, &s.value_len) == 0 ||
         s.value_len != 1)
-        return {kErrM2CertificateMode, "Unpack M2 error, error code is -42 extension.\r\n"};
+        return kStepFailed;
     CertificateMode = s.value[0];
     trace("Generate flags is %d.\r\n", static_cast<int>(CertificateMode));
     if (CertificateMode != kCertModeSign && CertificateMode != kCertModeRequest)
-        return {kErrM2CertificateMode, "Unpack M2 error, error code is -42 ex.\r\n"};
+        return step_failed_as(CheckId::M2CertificateModeValue);
     return kStepPassed;
 }
 
 // M2 checks, in the order they run; the first failure is the result.
 // clang-format off
 constexpr TlvStep kM2Steps[] = {
-    // attribute                  rule              width  equals               code                  then
-    {ATTR_REGISTRAR_NONCE,        TlvRule::kExact,  16,    nullptr,             kErrM2RegistrarNonce, store_registrar_nonce},
-    {ATTR_UUID_R,                 TlvRule::kExact,  16,    nullptr,             kErrM2UuidR,          store_uuid_r},
-    {ATTR_PUBLIC_KEY,             TlvRule::kExact,  128,   nullptr,             kErrM2PublicKey,      store_public_keys},
-    {ATTR_AUTHENTICATOR,          TlvRule::kExact,  8,     nullptr,             kErrM2Authenticator,  store_registrar_authenticator},
-    {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2KeyAgreement,   agree_key},
-    {0,                           TlvRule::kStep,   0,     nullptr,             0,                    derive_session_keys},
-    {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2AuthCheck,      check_registrar_authenticator},
-    {ATTR_VERSION,                TlvRule::kExact,  1,     nullptr,             kErrM2Version,        nullptr},
-    {ATTR_MSG_TYPE,               TlvRule::kExact,  1,     kM2MsgType,          kErrM2MsgType,        nullptr},
-    {ATTR_ENROLLEE_NONCE,         TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM2EnrolleeNonce, nullptr},
-    {ATTR_AUTH_TYPE_FLAGS,        TlvRule::kExact,  2,     nullptr,             kErrM2AuthTypeFlags,  note_peer_cert_flag},
-    {ATTR_ENCR_TYPE_FLAGS,        TlvRule::kExact,  2,     nullptr,             kErrM2EncrTypeFlags,  nullptr},
-    {ATTR_CONNECTION_TYPE_FLAGS,  TlvRule::kExact,  1,     nullptr,             kErrM2ConnTypeFlags,  nullptr},
-    {ATTR_CONFIG_METHODS,         TlvRule::kExact,  2,     nullptr,             kErrM2ConfigMethods,  nullptr},
-    {ATTR_MANUFACTURER,           TlvRule::kAtMost, 32,    nullptr,             kErrM2Manufacturer,   nullptr},
-    {ATTR_MODEL_NAME,             TlvRule::kAtMost, 32,    nullptr,             kErrM2ModelName,      nullptr},
-    {ATTR_MODEL_NUMBER,           TlvRule::kAtMost, 32,    nullptr,             kErrM2ModelNumber,    nullptr},
-    {ATTR_SERIAL_NUMBER,          TlvRule::kAtMost, 32,    nullptr,             kErrM2SerialNumber,   nullptr},
-    {ATTR_PRIMARY_DEV_TYPE,       TlvRule::kExact,  8,     nullptr,             kErrM2PrimaryDevType, check_oui},
-    {ATTR_DEVICE_NAME,            TlvRule::kAtMost, 32,    nullptr,             kErrM2DeviceName,     nullptr},
-    {ATTR_RF_BANDS,               TlvRule::kExact,  1,     nullptr,             kErrM2RfBands,        nullptr},
-    {ATTR_ASSOCIATION_STATE,      TlvRule::kExact,  2,     nullptr,             kErrM2AssocState,     nullptr},
-    {ATTR_CONFIG_ERROR,           TlvRule::kExact,  2,     nullptr,             kErrM2ConfigError,    nullptr},
-    {ATTR_DEVICE_PASSWORD_ID,     TlvRule::kExact,  2,     nullptr,             kErrM2DevicePasswordId, nullptr},
-    {ATTR_OS_VERSION,             TlvRule::kExact,  4,     nullptr,             kErrM2OsVersion,      nullptr},
-    {0,                           TlvRule::kStep,   0,     nullptr,             kErrM2CertificateMode, check_certificate_mode},
+    // attribute                  rule              width  equals               check                 then
+    {ATTR_REGISTRAR_NONCE,        TlvRule::kExact,  16,    nullptr,             CheckId::M2RegistrarNonce, store_registrar_nonce},
+    {ATTR_UUID_R,                 TlvRule::kExact,  16,    nullptr,             CheckId::M2UuidR,          store_uuid_r},
+    {ATTR_PUBLIC_KEY,             TlvRule::kExact,  128,   nullptr,             CheckId::M2PublicKey,      store_public_keys},
+    {ATTR_AUTHENTICATOR,          TlvRule::kExact,  8,     nullptr,             CheckId::M2Authenticator,  store_registrar_authenticator},
+    {0,                           TlvRule::kStep,   0,     nullptr,             CheckId::M2KeyAgreement, agree_key},
+    {0,                           TlvRule::kStep,   0,     nullptr,             CheckId::Count,       derive_session_keys},
+    {0,                           TlvRule::kStep,   0,     nullptr,             CheckId::M2AuthCheck,      check_registrar_authenticator},
+    {ATTR_VERSION,                TlvRule::kExact,  1,     nullptr,             CheckId::M2Version,        nullptr},
+    {ATTR_MSG_TYPE,               TlvRule::kExact,  1,     kM2MsgType,          CheckId::M2MsgType,        nullptr},
+    {ATTR_ENROLLEE_NONCE,         TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, CheckId::M2EnrolleeNonce, nullptr},
+    {ATTR_AUTH_TYPE_FLAGS,        TlvRule::kExact,  2,     nullptr,             CheckId::M2AuthTypeFlags,  note_peer_cert_flag},
+    {ATTR_ENCR_TYPE_FLAGS,        TlvRule::kExact,  2,     nullptr,             CheckId::M2EncrTypeFlags,  nullptr},
+    {ATTR_CONNECTION_TYPE_FLAGS,  TlvRule::kExact,  1,     nullptr,             CheckId::M2ConnTypeFlags,  nullptr},
+    {ATTR_CONFIG_METHODS,         TlvRule::kExact,  2,     nullptr,             CheckId::M2ConfigMethods,  nullptr},
+    {ATTR_MANUFACTURER,           TlvRule::kAtMost, 32,    nullptr,             CheckId::M2Manufacturer,   nullptr},
+    {ATTR_MODEL_NAME,             TlvRule::kAtMost, 32,    nullptr,             CheckId::M2ModelName,      nullptr},
+    {ATTR_MODEL_NUMBER,           TlvRule::kAtMost, 32,    nullptr,             CheckId::M2ModelNumber,    nullptr},
+    {ATTR_SERIAL_NUMBER,          TlvRule::kAtMost, 32,    nullptr,             CheckId::M2SerialNumber,   nullptr},
+    {ATTR_PRIMARY_DEV_TYPE,       TlvRule::kExact,  8,     nullptr,             CheckId::M2PrimaryDevType, check_oui},
+    {ATTR_DEVICE_NAME,            TlvRule::kAtMost, 32,    nullptr,             CheckId::M2DeviceName,     nullptr},
+    {ATTR_RF_BANDS,               TlvRule::kExact,  1,     nullptr,             CheckId::M2RfBands,        nullptr},
+    {ATTR_ASSOCIATION_STATE,      TlvRule::kExact,  2,     nullptr,             CheckId::M2AssocState,     nullptr},
+    {ATTR_CONFIG_ERROR,           TlvRule::kExact,  2,     nullptr,             CheckId::M2ConfigError,    nullptr},
+    {ATTR_DEVICE_PASSWORD_ID,     TlvRule::kExact,  2,     nullptr,             CheckId::M2DevicePasswordId, nullptr},
+    {ATTR_OS_VERSION,             TlvRule::kExact,  4,     nullptr,             CheckId::M2OsVersion,      nullptr},
+    {0,                           TlvRule::kStep,   0,     nullptr,             CheckId::M2CertificateModeMissing, check_certificate_mode},
 };
 // clang-format on
 
@@ -247,7 +219,7 @@ bool BuildMessageM1(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM2(std::span<const uint8_t> readable, int32_t length) {
     uint8_t value[kM2ValueLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(value, sizeof(value)), 0, 0};
-    const int32_t code = run_tlv_steps(kM2Steps, state, "M2");
+    const int32_t code = run_tlv_steps(kM2Steps, state);
     if (code != 0) return code;
     keep_as_previous_message(readable, length);
     return 0;

@@ -26,17 +26,6 @@ constexpr size_t kSettingsKwaCovered = 20;
 constexpr size_t kSettingsKwaOffset = 24;
 constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
 
-constexpr int32_t kErrM4Authenticator = -43;
-constexpr int32_t kErrM4AuthCheck = -44;
-constexpr int32_t kErrM4Version = -45;
-constexpr int32_t kErrM4MsgType = -46;
-constexpr int32_t kErrM4EnrolleeNonce = -47;  // missing and mismatching alike
-constexpr int32_t kErrM4RHash1 = -48;
-constexpr int32_t kErrM4RHash2 = -49;
-constexpr int32_t kErrM4EncrSettings = -50;
-constexpr int32_t kErrM4KeyWrapAuth = -51;
-constexpr int32_t kErrM4RHash1Check = -52;
-
 constexpr uint8_t kM4MsgType[1] = {WPS_MSG_TYPE_M4};
 
 
@@ -56,12 +45,12 @@ StepResult open_settings(ParseState& s) {
 }
 StepResult check_key_wrap_auth(ParseState& s) {
     // Settings too short to hold the nonce and the Key Wrap Authenticator fail this step.
-    if (s.decrypted_len < kSettingsMinLen) return {kErrM4KeyWrapAuth, nullptr};
+    if (s.decrypted_len < kSettingsMinLen) return kStepFailed;
     uint8_t mac[kMacLen] = {};
     HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
                   kSettingsKwaCovered, mac);
     if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
-        return {kErrM4KeyWrapAuth, nullptr};
+        return kStepFailed;
     return kStepPassed;
 }
 StepResult check_r_hash1(ParseState& s) {
@@ -69,24 +58,24 @@ StepResult check_r_hash1(ParseState& s) {
     // Recomputed into the E-Hash1 field on purpose: E-Hash1 is not needed after M3.
     ComputeRHash1(g_EnrolleeKeys.Hash1);
     if (!equal_ct(g_EnrolleeKeys.Hash1, g_RegistrarKeys.Hash1, kHashLen))
-        return {kErrM4RHash1Check, nullptr};
+        return kStepFailed;
     return kStepPassed;
 }
 
 // M4 checks, in the order they run; the first failure is the result.
 // clang-format off
 constexpr TlvStep kM4Steps[] = {
-    // attribute            rule              width  equals                code                 then
-    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM4Authenticator, store_registrar_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4AuthCheck,     check_registrar_authenticator},
-    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM4Version,       nullptr},
-    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM4MsgType,           kErrM4MsgType,       nullptr},
-    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM4EnrolleeNonce, nullptr},
-    {ATTR_R_HASH1,          TlvRule::kExact,  32,    nullptr,              kErrM4RHash1,        store_r_hash1},
-    {ATTR_R_HASH2,          TlvRule::kExact,  32,    nullptr,              kErrM4RHash2,        store_r_hash2},
-    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM4EncrSettings,  open_settings},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4KeyWrapAuth,   check_key_wrap_auth},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM4RHash1Check,   check_r_hash1},
+    // attribute            rule              width  equals                check                then
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              CheckId::M4Authenticator, store_registrar_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M4AuthCheck,     check_registrar_authenticator},
+    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              CheckId::M4Version,       nullptr},
+    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM4MsgType,           CheckId::M4MsgType,       nullptr},
+    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, CheckId::M4EnrolleeNonce, nullptr},
+    {ATTR_R_HASH1,          TlvRule::kExact,  32,    nullptr,              CheckId::M4RHash1,        store_r_hash1},
+    {ATTR_R_HASH2,          TlvRule::kExact,  32,    nullptr,              CheckId::M4RHash2,        store_r_hash2},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              CheckId::M4EncrSettings,  open_settings},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M4KeyWrapAuth,   check_key_wrap_auth},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M4RHash1Check,   check_r_hash1},
 };
 // clang-format on
 
@@ -119,7 +108,7 @@ bool BuildMessageM3(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM4(std::span<const uint8_t> readable, int32_t length) {
     uint8_t work[kWorkLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
-    const int32_t code = run_tlv_steps(kM4Steps, state, "M4");
+    const int32_t code = run_tlv_steps(kM4Steps, state);
     secure_wipe(work, sizeof(work));
     if (code != 0) return code;
     keep_as_previous_message(readable, length);

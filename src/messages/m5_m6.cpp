@@ -38,15 +38,6 @@ constexpr size_t kSettingsKwaCovered = 20;
 constexpr size_t kSettingsKwaOffset = 24;
 constexpr size_t kSettingsMinLen = kSettingsKwaOffset + kAuthenticatorLen;
 
-constexpr int32_t kErrM6Authenticator = -53;
-constexpr int32_t kErrM6AuthCheck = -54;
-constexpr int32_t kErrM6Version = -55;
-constexpr int32_t kErrM6MsgType = -56;
-constexpr int32_t kErrM6EnrolleeNonce = -57;
-constexpr int32_t kErrM6EncrSettings = -58;
-constexpr int32_t kErrM6Settings = kErrSettingsPadding;  // the KWA shares the padding's code
-constexpr int32_t kErrM6RHash2Check = -60;
-
 constexpr uint8_t kM6MsgType[1] = {WPS_MSG_TYPE_M6};
 
 
@@ -54,12 +45,12 @@ StepResult check_key_wrap_auth(ParseState& s) {
     // A padding value of 0 removes nothing. Settings too short for the nonce and the Key Wrap
     // Authenticator once the padding is gone fail this step.
     strip_padding(s);
-    if (s.decrypted_len < kSettingsMinLen) return {kErrM6Settings, nullptr};
+    if (s.decrypted_len < kSettingsMinLen) return kStepFailed;
     uint8_t mac[kMacLen] = {};
     HmacSHA256_16(g_EnrolleeKeys.AuthKey, sizeof(g_EnrolleeKeys.AuthKey), s.value.data(),
                   kSettingsKwaCovered, mac);
     if (!equal_ct(mac, s.value.data() + kSettingsKwaOffset, kAuthenticatorLen))
-        return {kErrM6Settings, nullptr};
+        return kStepFailed;
     return kStepPassed;
 }
 StepResult check_r_hash2(ParseState& s) {
@@ -67,24 +58,24 @@ StepResult check_r_hash2(ParseState& s) {
     // Recomputed into the E-Hash2 field on purpose: E-Hash2 is not needed after M3.
     ComputeRHash2(g_EnrolleeKeys.Hash2);
     if (!equal_ct(g_EnrolleeKeys.Hash2, g_RegistrarKeys.Hash2, kHashLen))
-        return {kErrM6RHash2Check, nullptr};
+        return kStepFailed;
     return kStepPassed;
 }
 
 // M6 checks, in the order they run; the first failure is the result.
 // clang-format off
 constexpr TlvStep kM6Steps[] = {
-    // attribute            rule              width  equals                code                 then
-    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM6Authenticator, store_registrar_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6AuthCheck,     check_registrar_authenticator},
-    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM6Version,       nullptr},
-    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM6MsgType,           kErrM6MsgType,       nullptr},
-    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM6EnrolleeNonce, nullptr},
-    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM6EncrSettings,  open_registrar_settings},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_value},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_pad_bytes},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6Settings,      check_key_wrap_auth},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM6RHash2Check,   check_r_hash2},
+    // attribute            rule              width  equals                check                then
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              CheckId::M6Authenticator, store_registrar_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M6AuthCheck,     check_registrar_authenticator},
+    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              CheckId::M6Version,       nullptr},
+    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM6MsgType,           CheckId::M6MsgType,       nullptr},
+    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, CheckId::M6EnrolleeNonce, nullptr},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              CheckId::M6EncrSettings,  open_registrar_settings},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M6PadValue, check_pad_value},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M6PadString, check_pad_bytes},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M6KeyWrapAuth, check_key_wrap_auth},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M6RHash2Check,   check_r_hash2},
 };
 // clang-format on
 
@@ -130,7 +121,7 @@ bool BuildMessageM5(uint8_t* out, uint32_t* outLength) {
 int32_t UnpackMessageM6(std::span<const uint8_t> readable, int32_t length) {
     uint8_t work[kWorkLen] = {};
     ParseState state{readable, length, std::span<uint8_t>(work, sizeof(work)), 0, 0};
-    const int32_t code = run_tlv_steps(kM6Steps, state, "M6");
+    const int32_t code = run_tlv_steps(kM6Steps, state);
     secure_wipe(work, sizeof(work));
     if (code != 0) return code;
     keep_as_previous_message(readable, length);

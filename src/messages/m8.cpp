@@ -13,20 +13,6 @@
 
 namespace {
 
-constexpr int32_t kErrM8Authenticator = -61;
-constexpr int32_t kErrM8AuthenticatorCheck = -62;
-constexpr int32_t kErrM8Version = -63;
-constexpr int32_t kErrM8MessageType = -64;
-constexpr int32_t kErrM8EnrolleeNonce = -65;
-constexpr int32_t kErrM8EncryptedSettings = -66;
-constexpr int32_t kErrM8Padding = kErrSettingsPadding;  // -59, shared with M6 on purpose
-constexpr int32_t kErrM8KeyWrapAuth = -67;
-constexpr int32_t kErrM8CertificateNeeded = -68;
-constexpr int32_t kErrM8Credential = -68;  // shares -68 with Certificate Needed; the trace differs
-constexpr int32_t kErrM8MacAddress = -69;
-constexpr int32_t kErrM8NetworkKey = -70;
-constexpr int32_t kErrM8CertificateList = -72;
-
 constexpr size_t kAreaLen = 4096;   // value area and credential area
 constexpr size_t kKwaTailLen = 12;  // Key Wrap Authenticator attribute: 4-byte header, 8 bytes
 constexpr uint8_t kM8MsgType[] = {WPS_MSG_TYPE_M8};
@@ -63,11 +49,11 @@ StepResult check_key_wrap_auth(ParseState& s) {
     if (s.decrypted_len < kKwaTailLen ||
         GetTlvFromType(ATTR_KEY_WRAP_AUTH, opened(s), s.decrypted_len, kwa, &kwa_len) == 0 ||
         kwa_len != sizeof kwa)
-        return {kErrM8KeyWrapAuth, nullptr};
+        return kStepFailed;
     uint8_t mac[32];
     HmacSHA256(g_EnrolleeKeys.AuthKey, 32, s.value.data(),
                static_cast<uint32_t>(s.decrypted_len - kKwaTailLen), mac);
-    if (!equal_ct(mac, kwa, sizeof kwa)) return {kErrM8KeyWrapAuth, nullptr};
+    if (!equal_ct(mac, kwa, sizeof kwa)) return kStepFailed;
     return kStepPassed;
 }
 
@@ -79,8 +65,7 @@ StepResult read_certificate_needed(ParseState& s) {
     if (GetTlvFromType(ATTR_CERTIFICATE_NEEDED, opened(s), s.decrypted_len, needed, &needed_len) ==
             0 ||
         needed_len != 1)
-        return {kErrM8CertificateNeeded,
-                "Unpack M8 error, error code is -68,WPS_NEW_CERTIFICATE_NEEDED.\r\n"};
+        return kStepFailed;
     NewCertificateFlag = needed[0] != 0 ? 1 : 0;
     return kStepPassed;
 }
@@ -89,7 +74,7 @@ StepResult take_credential(ParseState& s) {
     g_CredentialLength = 0;
     if (GetTlvFromType(ATTR_CREDENTIAL, opened(s), s.decrypted_len, g_Credential,
                        &g_CredentialLength) == 0)
-        return {kErrM8Credential, nullptr};
+        return kStepFailed;
     return kStepPassed;
 }
 
@@ -99,7 +84,7 @@ StepResult check_mac_address(ParseState&) {
     uint8_t mac[kAddressLen + 16];
     uint16_t mac_len = 0;
     if (GetTlvFromType(ATTR_MAC_ADDRESS, credential(), g_CredentialLength, mac, &mac_len) == 0)
-        return {kErrM8MacAddress, nullptr};
+        return kStepFailed;
     const size_t text_len = field_strlen(g_MyMsgInfo.LocalAddress, kAddressLen);
     bool same;
     if (g_AddressMode == TEXT_ADDRESS) {
@@ -108,7 +93,7 @@ StepResult check_mac_address(ParseState&) {
         const size_t n = text_len < 6 ? text_len : 6;
         same = mac_len == 6 && std::memcmp(mac, g_MyMsgInfo.LocalAddress, n) == 0;
     }
-    return same ? kStepPassed : StepResult{kErrM8MacAddress, nullptr};
+    return same ? kStepPassed : kStepFailed;
 }
 
 void store_result(const uint8_t* data, size_t len) {
@@ -121,10 +106,10 @@ void store_result(const uint8_t* data, size_t len) {
 StepResult store_network_key(ParseState& s) {
     uint16_t key_len = 0;
     if (GetTlvFromType(ATTR_NETWORK_KEY, credential(), g_CredentialLength, s.value, &key_len) == 0)
-        return {kErrM8NetworkKey, nullptr};
+        return kStepFailed;
     trace("WAPI-PSK-WPS :NETWORK_KEY Length = %d.\r\n", key_len);
     if (g_PeerCertFlag == 0) {
-        if (key_len > kMaxRawKeyLen) return {kErrM8NetworkKey, nullptr};
+        if (key_len > kMaxRawKeyLen) return kStepFailed;
         store_result(s.value.data(), key_len);
         return kStepPassed;
     }
@@ -135,7 +120,7 @@ StepResult store_network_key(ParseState& s) {
                                key_len / 2) == 0;
     if (ok) store_result(decoded, key_len / 2u);
     secure_wipe(decoded, sizeof decoded);
-    return ok ? kStepPassed : StepResult{kErrM8NetworkKey, "HexKey is not correct.\r\n"};
+    return ok ? kStepPassed : step_failed_as(CheckId::M8HexKey);
 }
 
 StepResult store_certificate_list(ParseState& s) {
@@ -149,7 +134,7 @@ StepResult store_certificate_list(ParseState& s) {
     if (GetTlvFromType(ATTR_CERTIFICATE_LIST, credential(), g_CredentialLength, s.value,
                        &list_len) == 0 ||
         list_len < 2)
-        return {kErrM8CertificateList, nullptr};
+        return step_failed_as(CheckId::M8CertificateList);
     g_CertCount = get_be16(s.value.data());
     trace("certlistLength = %d,cert count is %d.\r\n", list_len, g_CertCount);
     store_result(s.value.data() + 2, list_len - 2u);
@@ -167,20 +152,20 @@ StepResult store_credential(ParseState& s) {
 // M8 checks, in the order they run; the first failure is the result.
 // clang-format off
 constexpr TlvStep kM8Steps[] = {
-    // attribute            rule              width  equals                code                      then
-    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              kErrM8Authenticator,      store_authenticator},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8AuthenticatorCheck, check_registrar_authenticator},
-    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              kErrM8Version,            nullptr},
-    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM8MsgType,           kErrM8MessageType,        nullptr},
-    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, kErrM8EnrolleeNonce,      nullptr},
-    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              kErrM8EncryptedSettings,  open_registrar_settings},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8Padding,            check_pad_value},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8Padding,            check_pad_bytes},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8KeyWrapAuth,        check_key_wrap_auth},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8CertificateNeeded,  read_certificate_needed},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8Credential,         take_credential},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8MacAddress,         check_mac_address},
-    {0,                     TlvRule::kStep,   0,     nullptr,              kErrM8NetworkKey,         store_credential},
+    // attribute            rule              width  equals                check                     then
+    {ATTR_AUTHENTICATOR,    TlvRule::kExact,  8,     nullptr,              CheckId::M8Authenticator,      store_authenticator},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8AuthCheck, check_registrar_authenticator},
+    {ATTR_VERSION,          TlvRule::kExact,  1,     nullptr,              CheckId::M8Version,            nullptr},
+    {ATTR_MSG_TYPE,         TlvRule::kExact,  1,     kM8MsgType,           CheckId::M8MsgType,        nullptr},
+    {ATTR_ENROLLEE_NONCE,   TlvRule::kExact,  16,    g_EnrolleeKeys.Nonce, CheckId::M8EnrolleeNonce,      nullptr},
+    {ATTR_ENCR_SETTINGS,    TlvRule::kAny,    0,     nullptr,              CheckId::M8EncrSettings,  open_registrar_settings},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8PadValue,       check_pad_value},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8PadString,      check_pad_bytes},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8KeyWrapAuth,        check_key_wrap_auth},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8CertificateNeeded,  read_certificate_needed},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8Credential,         take_credential},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8MacAddress,         check_mac_address},
+    {0,                     TlvRule::kStep,   0,     nullptr,              CheckId::M8NetworkKey,         store_credential},
 };
 // clang-format on
 
@@ -192,7 +177,7 @@ int32_t UnpackMessageM8(std::span<const uint8_t> readable, int32_t length) {
     std::memset(g_Credential, 0, sizeof g_Credential);
     trace("Unpack M8 g_phSessionHandle0=%x.\r\n", session_handle_trace());
     ParseState state{readable, length, std::span<uint8_t>(value, sizeof value), 0, 0};
-    const int32_t code = run_tlv_steps(kM8Steps, state, "M8");
+    const int32_t code = run_tlv_steps(kM8Steps, state);
     secure_wipe(value, sizeof value);
     secure_wipe(g_Credential, sizeof g_Credential);
     return code;

@@ -8,6 +8,7 @@
 #include <span>
 
 #include "api/context.h"
+#include "common/check_codes.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
@@ -28,36 +29,28 @@ struct ParseState {
     uint16_t decrypted_len;
 };
 
-// A step's own verdict: 0 to go on, or a code; `line` replaces the parser's usual failure line.
+// A step's own verdict: passed, or failed with the row of its table entry, or with another row
+// of the code table (a step that can fail in more than one way).
 struct StepResult {
-    int32_t code;
-    const char* line;
+    bool failed;
+    CheckId id;  // CheckId::Count: the step's own row
 };
-constexpr StepResult kStepPassed{0, nullptr};
-// A step that fails with the code of its own table row.
-constexpr int32_t kCodeOfRow = INT32_MIN;
-constexpr StepResult kStepFailed{kCodeOfRow, nullptr};
+constexpr StepResult kStepPassed{false, CheckId::Count};
+constexpr StepResult kStepFailed{true, CheckId::Count};
+constexpr StepResult step_failed_as(CheckId id) { return {true, id}; }
 
 struct TlvStep {
     uint16_t type;
     TlvRule rule;
     uint16_t width;
     const uint8_t* equals;  // kExact only: the value must equal these `width` bytes
-    int32_t code;
+    CheckId check;          // the row of the code table (code, trace line); Count: cannot fail
     StepResult (*then)(ParseState& state);  // runs after the attribute check passed, or alone
 };
 
-// Runs the steps in order. A failure traces "Unpack <message> error, error code is <code>."
-// (or the step's own line when it supplied one) and returns its code.
-inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state,
-                             const char* message) {
-    auto fail = [message](int32_t code, const char* own_line) {
-        if (own_line != nullptr)
-            trace("%s", own_line);
-        else
-            trace("Unpack %s error, error code is %d.\r\n", message, static_cast<int>(code));
-        return code;
-    };
+// Runs the steps in order. A failure traces the line of its row in the code table and returns
+// its code.
+inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state) {
     for (const TlvStep& step : steps) {
         if (step.rule != TlvRule::kStep) {
             state.value_len = 0;
@@ -68,12 +61,12 @@ inline int32_t run_tlv_steps(std::span<const TlvStep> steps, ParseState& state,
             if (ok && step.rule == TlvRule::kAtMost) ok = state.value_len <= step.width;
             if (ok && step.equals != nullptr)
                 ok = std::memcmp(state.value.data(), step.equals, step.width) == 0;
-            if (!ok) return fail(step.code, nullptr);
+            if (!ok) return fail_check(step.check);
         }
         if (step.then != nullptr) {
             const StepResult result = step.then(state);
-            if (result.code != 0)
-                return fail(result.code == kCodeOfRow ? step.code : result.code, result.line);
+            if (result.failed)
+                return fail_check(result.id == CheckId::Count ? step.check : result.id);
         }
     }
     return 0;
@@ -119,13 +112,12 @@ inline void keep_sent_message(const uint8_t* body, uint32_t length) {
 
 // ---- Padding of opened settings, shared by the M6 and M8 parsers ---------------------------
 // Both report -59 for a bad padding value and for bad padding bytes, on purpose: the registrar
-// tells them apart only by the trace line. Settings that opened to nothing (the Wi-Fi flavour,
-// or an IV alone) have no padding byte to read and fail as a bad value.
-constexpr int32_t kErrSettingsPadding = -59;
-
+// tells them apart only by the trace line (their rows in the code table). Settings that opened
+// to nothing (the Wi-Fi flavour, or an IV alone) have no padding byte to read and fail as a bad
+// value.
 inline StepResult check_pad_value(ParseState& s) {
     const size_t n = s.decrypted_len;
-    if (n == 0 || s.value[n - 1] > n) return {kErrSettingsPadding, "pad value is error.\r\n"};
+    if (n == 0 || s.value[n - 1] > n) return kStepFailed;
     return kStepPassed;
 }
 
@@ -133,7 +125,7 @@ inline StepResult check_pad_bytes(ParseState& s) {
     const size_t n = s.decrypted_len;
     const uint8_t pad = s.value[n - 1];
     for (size_t i = n - pad; i < n; ++i)
-        if (s.value[i] != pad) return {kErrSettingsPadding, "pad string is error.\r\n"};
+        if (s.value[i] != pad) return kStepFailed;
     return kStepPassed;
 }
 

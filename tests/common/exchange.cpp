@@ -17,7 +17,7 @@ namespace exchange {
 namespace {
 
 constexpr size_t kFrameCap = WAPIWPS_MAX_FRAME_LEN;
-constexpr size_t kMessageOffset = 18;
+constexpr size_t kMaxFrames = 64;  // a run that goes on longer is stuck
 
 void collect_trace(void* context, const char* line) {
     static_cast<std::vector<std::string>*>(context)->push_back(line);
@@ -66,25 +66,6 @@ bool Transcript::has_trace(const std::string& text) const {
     return false;
 }
 
-std::optional<Bytes> Transcript::sent_message(uint8_t message_type) const {
-    for (const Step& s : steps) {
-        if (!s.to_enrollee || s.frame.size() <= kMessageOffset + 9 || s.frame[16] != 4 || s.frame[17] != 0) continue;
-        if (s.frame[kMessageOffset + 9] == message_type) return Bytes(s.frame.begin() + kMessageOffset, s.frame.end());
-    }
-    return std::nullopt;
-}
-
-void wait_chip_connected() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (g_SecureChipClient != nullptr) {
-            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
-            if (g_SecureChipClient->connected != 0) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-}
-
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
 Transcript run(Options o) {
@@ -113,7 +94,7 @@ Transcript run(Options o) {
         }
         SetCertIdentityStruct2(static_cast<uint8_t>(o.identities.size()), entries.data());
     }
-    if (o.reset_frag_offset) g_FragOffset = 0;
+    g_FragOffset = 0;  // the library never resets it (deliberately); each run starts clean
 
     // The peer argument: 6 bytes, or a NUL-terminated text; the local address likewise padded.
     Bytes peer = o.peer;
@@ -140,7 +121,7 @@ Transcript run(Options o) {
     to_registrar.push_back(strip_prefix(o, out.data(), out_len, t.prefix_ok));
 
     size_t frames = 0;
-    while (!to_registrar.empty() && frames < o.max_frames) {
+    while (!to_registrar.empty() && frames < kMaxFrames) {
         const Bytes frame = std::move(to_registrar.front());
         to_registrar.pop_front();
         if (o.before_registrar) o.before_registrar(reg, frame, frames);
@@ -181,6 +162,17 @@ Transcript run(Options o) {
     read_psk(t.psk_rc_after, t.psk_after);
     trace_set_callback(nullptr, nullptr, false);
     return t;
+}
+
+void wait_chip_connected() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (g_SecureChipClient != nullptr) {
+            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+            if (g_SecureChipClient->connected != 0) return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
 }
 
 }  // namespace exchange

@@ -32,11 +32,9 @@ struct Options {
     std::array<uint8_t, 16> uuid_e = {0xE0, 0xE1, 0xE2, 0xE3, 0xE4, 0xE5, 0xE6, 0xE7,
                                       0xE8, 0xE9, 0xEA, 0xEB, 0xEC, 0xED, 0xEE, 0xEF};
     std::vector<Identity> identities;                  // SetCertIdentityStruct2 when not empty
-    bool reset_frag_offset = true;                     // g_FragOffset = 0 before the run
     bool secure_chip = false;                          // StartWPS_SecureChip, chip getters
     std::function<void()> after_start;                 // e.g. wait for the chip client
     registrar::Config registrar;                       // pin and modes are filled in
-    size_t max_frames = 64;
     // Called with the registrar and each enrollee frame (its index counted from 0) just before the
     // frame is handed over: tests use it to slip other frames in first.
     std::function<void(registrar::Registrar&, const Bytes&, size_t)> before_registrar;
@@ -86,15 +84,13 @@ struct Transcript {
     bool has_trace(const std::string& text) const;
     // Configuration Error of the enrollee's NACK as the registrar read it (little-endian).
     uint16_t nack_error() const { return outcome.nack_config_error; }
-    // Message bodies the registrar sent, whole (not fragments), by Message Type.
-    std::optional<Bytes> sent_message(uint8_t message_type) const;
 };
 
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
 
-// Waits (bounded, 10 s) until the newest secure-chip client has connected to its service: the
-// after_start hook of chip-signed runs.
+// Waits (at most 10 s) until the newest secure-chip client has connected to its service: the
+// Options::after_start of chip runs.
 void wait_chip_connected();
 
 // Text address helper: the bytes of a string, without NUL.

@@ -5,6 +5,7 @@
 #include <gcrypt.h>
 
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <string>
 #include <vector>
@@ -65,6 +66,74 @@ inline Bytes sm4_ofb(const Bytes& key, const Bytes& iv, const Bytes& in) {
     if (!in.empty()) gcry_cipher_encrypt(h, out.data(), out.size(), in.data(), in.size());
     gcry_cipher_close(h);
     return out;
+}
+
+// The WAPI 192-bit curve, as libgcrypt reads it.
+inline constexpr char kWapi192Curve[] =
+    "(ecc (p #BDB6F4FE3E8B1D9E0DA8C0D46F4C318CEFE4AFE3B6B8551F#)"
+    "(a #BB8E5E8FBC115E139FE6A814FE48AAA6F0ADA1AA5DF91985#)"
+    "(b #1854BEBDC31B21B7AEFC80AB0ECD10D5B1B3308E6DBF11C1#)"
+    "(g #044AD5F7048DE709AD51236DE65E4D4B482C836DC6E410664002BB3A02D4AAADACAE24817A4CA3A1B014B5270432DB27D2#)"
+    "(n #BDB6F4FE3E8B1D9E0DA8C0D40FC962195DFAE76F56564677#))";
+
+// d * G on the WAPI 192-bit curve, the 24 key bytes read as one integer: x || y, 24 bytes each.
+inline Bytes wapi192_public_key(const uint8_t* d24) {
+    init_gcrypt();
+    gcry_sexp_t params = nullptr;
+    gcry_sexp_new(&params, kWapi192Curve, 0, 1);
+    gcry_ctx_t ctx = nullptr;
+    gcry_mpi_ec_new(&ctx, params, nullptr);
+    gcry_mpi_t d = nullptr;
+    gcry_mpi_scan(&d, GCRYMPI_FMT_USG, d24, 24, nullptr);
+    gcry_mpi_point_t g = gcry_mpi_ec_get_point("g", ctx, 1);
+    gcry_mpi_point_t q = gcry_mpi_point_new(0);
+    gcry_mpi_ec_mul(q, d, g, ctx);
+    gcry_mpi_t x = gcry_mpi_new(0), y = gcry_mpi_new(0);
+    Bytes out(48, 0);
+    if (gcry_mpi_ec_get_affine(x, y, q, ctx) == 0) {
+        size_t n = 0;
+        uint8_t buf[24];
+        gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, x);
+        std::memcpy(out.data() + 24 - n, buf, n);
+        gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, y);
+        std::memcpy(out.data() + 48 - n, buf, n);
+    }
+    gcry_mpi_release(x);
+    gcry_mpi_release(y);
+    gcry_mpi_release(d);
+    gcry_mpi_point_release(g);
+    gcry_mpi_point_release(q);
+    gcry_ctx_release(ctx);
+    gcry_sexp_release(params);
+    return out;
+}
+
+// ECDSA verification over the WAPI 192-bit curve with e = SHA-256(message) mod n, handed to
+// libgcrypt as a raw value. pub48 is x || y, sig48 is r || s.
+inline bool wapi192_verify(const Bytes& pub48, const uint8_t* msg, size_t msg_len,
+                           const uint8_t* sig48) {
+    init_gcrypt();
+    const Bytes hash = digest(GCRY_MD_SHA256, msg, msg_len);
+    gcry_sexp_t curve = nullptr;
+    gcry_sexp_new(&curve, kWapi192Curve, 0, 1);
+    gcry_sexp_t n_token = gcry_sexp_find_token(curve, "n", 0);
+    gcry_mpi_t n = gcry_sexp_nth_mpi(n_token, 1, GCRYMPI_FMT_USG);
+    gcry_mpi_t e = nullptr;
+    gcry_mpi_scan(&e, GCRYMPI_FMT_USG, hash.data(), hash.size(), nullptr);
+    gcry_mpi_mod(e, e, n);
+    Bytes q = {0x04};
+    q.insert(q.end(), pub48.begin(), pub48.end());
+    gcry_sexp_t key = nullptr, data = nullptr, sig = nullptr;
+    const std::string curve_text(kWapi192Curve + 5, sizeof kWapi192Curve - 7);  // inside "(ecc "
+    gcry_sexp_build(&key, nullptr, ("(public-key (ecc " + curve_text + " (q %b)))").c_str(),
+                    int(q.size()), q.data());
+    gcry_sexp_build(&data, nullptr, "(data (flags raw) (value %m))", e);
+    gcry_sexp_build(&sig, nullptr, "(sig-val (ecdsa (r %b) (s %b)))", 24, sig48, 24, sig48 + 24);
+    const bool ok = gcry_pk_verify(sig, data, key) == 0;
+    for (gcry_sexp_t x : {key, data, sig, curve, n_token}) gcry_sexp_release(x);
+    gcry_mpi_release(e);
+    gcry_mpi_release(n);
+    return ok;
 }
 
 // Collects the library's trace lines for the duration of a scope.

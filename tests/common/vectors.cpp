@@ -1,6 +1,8 @@
 // The vector files through nlohmann::json, copied into the tests' own small tree.
 #include "common/vectors.h"
 
+#include "common/test_bytes.h"
+
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -43,13 +45,6 @@ JsonValue convert(const nlohmann::json& j) {
     return v;
 }
 
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 }  // namespace
 
 const JsonValue* JsonValue::find(const std::string& key) const {
@@ -83,15 +78,7 @@ std::optional<JsonValue> load_vectors(const std::string& name) {
 }
 
 std::optional<std::vector<uint8_t>> from_hex(const std::string& hex) {
-    if (hex.size() % 2 != 0) return std::nullopt;
-    std::vector<uint8_t> out;
-    out.reserve(hex.size() / 2);
-    for (size_t i = 0; i < hex.size(); i += 2) {
-        const int hi = hex_digit(hex[i]), lo = hex_digit(hex[i + 1]);
-        if (hi < 0 || lo < 0) return std::nullopt;
-        out.push_back(static_cast<uint8_t>(hi << 4 | lo));
-    }
-    return out;
+    return testbytes::parse_hex(hex);
 }
 
 }  // namespace testjson

@@ -1,4 +1,4 @@
-// Shared pieces of the engine tests: a context reset, a trace recorder and frame makers.
+// Shared pieces of the engine tests: a context reset, the fixture and frame makers.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/reference.h"
+#include "common/test_bytes.h"
 #include "engine/engine.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
@@ -36,25 +38,13 @@ inline void reset_context() {
     g_PrevMsgLen = 0;
 }
 
-struct TraceLog {
-    std::vector<std::string> lines;
-    bool has(const std::string& line) const {
-        return std::find(lines.begin(), lines.end(), line) != lines.end();
-    }
-};
-inline void record_trace(void* context, const char* line) {
-    static_cast<TraceLog*>(context)->lines.emplace_back(line);
-}
-
 class EngineTest : public ::testing::Test {
   protected:
     void SetUp() override {
         reset_context();
-        trace_set_callback(record_trace, &log, false);
         out.assign(WAPIWPS_MAX_FRAME_LEN, kSentinel);
     }
     void TearDown() override {
-        trace_set_callback(nullptr, nullptr, false);
         reset_context();
     }
     // Starts a run in the given modes; the EAPOL-Start output is discarded.
@@ -79,7 +69,7 @@ class EngineTest : public ::testing::Test {
                      out.begin() + static_cast<long>(out_len));
     }
 
-    TraceLog log;
+    ref::TraceCapture log;  // the trace lines of the test
     Bytes out;
     uint32_t out_len = 0;
 };
@@ -125,15 +115,16 @@ inline Bytes message_frame(const Header& h, const Bytes& body) {
                uint8_t(h.vendorType),
                h.opcode,
                h.flags};
-    f.insert(f.end(), body.begin(), body.end());
+    testbytes::append(f, body);
     return f;
 }
 
 // Version and Message Type attributes, then `extra` filler bytes: enough for the dispatcher to
 // route it and for any parser to refuse it.
 inline Bytes routed_body(uint8_t messageType, size_t extra = 0, uint8_t fill = 0x5A) {
-    Bytes b = {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, messageType};
-    b.insert(b.end(), extra, fill);
+    Bytes b(10 + extra, fill);
+    const uint8_t head[10] = {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, messageType};
+    std::memcpy(b.data(), head, sizeof head);
     return b;
 }
 
@@ -163,17 +154,6 @@ inline Bytes start_frame(const Header& h = Header{}) {
     return message_frame(s, {});
 }
 
-inline Bytes hex(const char* text) {
-    Bytes b;
-    for (const char* p = text; p[0] && p[1];) {
-        if (*p == ' ') {
-            ++p;
-            continue;
-        }
-        b.push_back(static_cast<uint8_t>(std::stoi(std::string(p, 2), nullptr, 16)));
-        p += 2;
-    }
-    return b;
-}
+using testbytes::hex;
 
 }  // namespace enginetest

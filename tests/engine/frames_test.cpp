@@ -160,7 +160,15 @@ class IdentityCodes : public FramesTest, public ::testing::WithParamInterface<By
 TEST_P(IdentityCodes, FirstFailingCheckIsReported) {
     g_WPS_mode = GetParam().mode;
     const Bytes& f = GetParam().frame;
-    EXPECT_EQ(GetParam().code, UnpackRequestIdentity(f.data(), uint32_t(f.size())));
+    const int32_t code = GetParam().code;
+    EXPECT_EQ(code, UnpackRequestIdentity(f.data(), uint32_t(f.size())));
+    // Each refusal names its code in its line; the body-length one also gives the length read.
+    const std::string line = "Unpack Request Identity message erro, error code is " +
+                             std::to_string(code) +
+                             (code == -3 ? ", pEapolHead->BodyLength = 6.\r\n" : ".\r\n");
+    if (code != 0) {
+        EXPECT_TRUE(log.has(line)) << line;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -174,13 +182,6 @@ INSTANTIATE_TEST_SUITE_P(
                       BytesCase{"type", 3, hex("020000050107000603"), -5},
                       BytesCase{"eap_length", 3, hex("020000050107000601"), -6}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(FramesTest, IdentityBodyLengthTraceNamesTheLength) {
-    const Bytes f = hex("020000060107000501");
-    EXPECT_EQ(-3, UnpackRequestIdentity(f.data(), 9));
-    EXPECT_TRUE(log.has(
-        "Unpack Request Identity message erro, error code is -3, pEapolHead->BodyLength = 6.\r\n"));
-}
 
 // ---- UnpackRequestStart: -7 .. -17 --------------------------------------------------------------
 

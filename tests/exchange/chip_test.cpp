@@ -6,14 +6,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <memory>
-#include <thread>
 
 #include "chipsim/chipsim.h"
 #include "common/exchange.h"
-#include "signing/securechip.h"
 #include "wapiwps.h"
 
 namespace {

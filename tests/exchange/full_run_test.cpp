@@ -50,39 +50,21 @@ TEST_P(PskExchange, RunsToSuccessAndDeliversTheKey) {
     // The key stays readable after the closing EAP-Failure.
     EXPECT_EQ(t.psk_rc_after, 0);
     EXPECT_EQ(t.psk_after, t.psk);
-}
-
-TEST_P(PskExchange, KdkAddressIsWhatM1Carried) {
-    const PskCase& c = GetParam();
-    const exchange::Transcript t = exchange::run(psk_options(c));
-    ASSERT_TRUE(t.outcome.m1_ok);
-    Bytes expected = psk_options(c).local_address;
-    if (c.address_mode == WAPIWPS_ADDRESS_IPV4) expected.resize(6, 0);   // 4 bytes and two zeros
-    EXPECT_EQ(t.outcome.enrollee_address, expected);
+    // The key schedule took the address M1 carried (IPv4: 4 bytes and two zeros).
+    Bytes address = psk_options(c).local_address;
+    if (c.address_mode == WAPIWPS_ADDRESS_IPV4) address.resize(6, 0);
+    EXPECT_EQ(t.outcome.enrollee_address, address);
 }
 
 const PskCase kPskCases[] = {
     {"MacDefaultPin", WAPIWPS_ADDRESS_MAC, std::nullopt, false, 16},
-    {"MacPin", WAPIWPS_ADDRESS_MAC, "12345670", false, 32},
     {"MacHexKey", WAPIWPS_ADDRESS_MAC, "12345670", true, 32},
-    {"Ipv4Pin", WAPIWPS_ADDRESS_IPV4, "87654321", false, 8},
     {"Ipv4OddPin", WAPIWPS_ADDRESS_IPV4, "1234567", true, 16},
-    {"TextOddPin", WAPIWPS_ADDRESS_TEXT, "123", false, 20},
-    {"TextNoPin", WAPIWPS_ADDRESS_TEXT, std::nullopt, true, 1},
     {"TextLongPin", WAPIWPS_ADDRESS_TEXT, "0123456789abcdefghijklmnopqrstu", false, 64},
     {"MacOneByteKey", WAPIWPS_ADDRESS_MAC, std::nullopt, false, 1},
 };
 INSTANTIATE_TEST_SUITE_P(Modes, PskExchange, testing::ValuesIn(kPskCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-// A hexadecimal key of 64 characters (32 bytes) is the longest that decodes.
-TEST(PskExchangeHex, SixtyFourCharactersDecodeToThirtyTwoBytes) {
-    exchange::Options o = psk_options({"", WAPIWPS_ADDRESS_MAC, std::nullopt, true, 32});
-    const exchange::Transcript t = exchange::run(o);
-    ASSERT_TRUE(t.m8_done);
-    EXPECT_EQ(t.outcome.network_key_sent.size(), 64u);
-    EXPECT_EQ(t.psk, o.registrar.network_key);
-}
 
 // The first frames of a run, byte for byte.
 TEST(ExchangeFrames, OpeningFramesAreExact) {
@@ -165,42 +147,9 @@ TEST_P(ClosingExchange, EndsWith100) {
 using K = registrar::Fault::Kind;
 const ClosingCase kClosingCases[] = {
     {"M2D", {K::SendM2D, 0x05, 0, 0}, 0, WAPIWPS_SEND_ACK_WAIT_FAILURE},
-    {"NackForM2", {K::SendNack, 0x05, 0, 5}, 0, WAPIWPS_SEND_NACK_WAIT_FAILURE},
-    {"NackForM4", {K::SendNack, 0x08, 0, 5}, 0, WAPIWPS_SEND_NACK_WAIT_FAILURE},
     {"NackForM6", {K::SendNack, 0x0A, 0, 5}, 0, WAPIWPS_SEND_NACK_WAIT_FAILURE},
-    {"NackForM8", {K::SendNack, 0x0C, 0, 5}, 0, WAPIWPS_SEND_NACK_WAIT_FAILURE},
 };
 INSTANTIATE_TEST_SUITE_P(Paths, ClosingExchange, testing::ValuesIn(kClosingCases),
                          [](const auto& info) { return std::string(info.param.name); });
-
-}  // namespace
-
-namespace {
-
-// The enrollee compares M8's MAC Address only up to the first zero byte of its own address, so an
-// address whose third byte is zero is checked on its first two bytes: a registrar that gets the
-// rest wrong still delivers.
-TEST(MacAddressCheck, StopsAtTheFirstZeroByte) {
-    exchange::Options o = psk_options({"", WAPIWPS_ADDRESS_MAC, std::nullopt, false, 8});
-    o.local_address = {0x02, 0x11, 0x00, 0x33, 0x44, 0x55};
-    o.registrar.enrollee_address = {0x02, 0x11, 0x00, 0x99, 0x98, 0x97};
-    const exchange::Transcript t = exchange::run(o);
-    EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
-    EXPECT_EQ(t.psk, o.registrar.network_key);
-
-    o.registrar.enrollee_address = {0x02, 0x12, 0x00, 0x33, 0x44, 0x55};
-    const exchange::Transcript wrong = exchange::run(o);
-    EXPECT_TRUE(wrong.has_trace("Unpack M8 error, error code is -69."));
-    EXPECT_EQ(wrong.last_result(), WAPIWPS_RESULT_ENDED);
-}
-
-// In text address mode the MAC Address must match the text exactly, length included.
-TEST(MacAddressCheck, TextAddressMustMatchWhole) {
-    exchange::Options o = psk_options({"", WAPIWPS_ADDRESS_TEXT, std::nullopt, false, 8});
-    o.registrar.enrollee_address = exchange::text("enrollee-0");
-    const exchange::Transcript t = exchange::run(o);
-    EXPECT_TRUE(t.has_trace("Unpack M8 error, error code is -69."));
-    EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_ENDED);
-}
 
 }  // namespace

@@ -59,6 +59,18 @@ int main(void) {
     result = ProcessReceivePacket(junk, sizeof(junk), out, &out_len);
     CHECK(result != WAPIWPS_RESULT_ACCEPTED && result != WAPIWPS_RESULT_M8_DONE &&
           result != WAPIWPS_RESULT_SUCCESS);
+    CHECK(out_len == 0);
+
+    /* The status extension: the run is on, and the last frame was refused. */
+    {
+        WapiWpsStatus status;
+        status.size = sizeof(status);
+        CHECK(WapiWps_GetStatus(&status) == 0);
+        CHECK(status.state == WAPIWPS_WAIT_REQUEST_IDENTITY);
+        CHECK(status.outcome == WAPIWPS_OUTCOME_RUNNING);
+        CHECK(status.lastResult == result);
+        CHECK(strlen(WapiWps_ResultText(result)) > 0);
+    }
 
     CHECK(StopWPS() == 1);
     CHECK(StopWPS() == 1);

@@ -34,6 +34,24 @@ protected:
     static int32_t m4(const Bytes& b) { return UnpackMessageM4(b, static_cast<int32_t>(b.size())); }
     static int32_t m6(const Bytes& b) { return UnpackMessageM6(b, static_cast<int32_t>(b.size())); }
 
+    // A parser's verdict on `body`: `code` with its failure line (`line`, or the usual one) and
+    // the previous message kept, or 0 with `body` the new previous message.
+    static void expect_verdict(const char* message, int32_t (*parse)(const Bytes&), const Bytes& body,
+                               int32_t code, const char* line) {
+        const Bytes prev = bytes_of(g_PrevMsgBuf, g_PrevMsgLen);
+        TraceCapture trace;
+        EXPECT_EQ(parse(body), code);
+        if (code == 0) {
+            EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
+            return;
+        }
+        const std::string want = line != nullptr ? line
+                                                 : std::string("Unpack ") + message + " error, error code is " +
+                                                       std::to_string(code) + ".\r\n";
+        EXPECT_TRUE(trace.has(want)) << want;
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), prev) << "the previous message stays";
+    }
+
     void through_m3(uint32_t wps_mode = WAPI_WPS_PSK, const char* pin = "12345670") {
         start(wps_mode, pin);
         ASSERT_EQ(m2(valid_m2()), 0);

@@ -1,7 +1,6 @@
 // M3 layout and values, and every M4 check with the state it leaves.
 #include <gtest/gtest.h>
 
-#include "crypto_trace.h"
 #include "exchange_fixture.h"
 
 namespace {
@@ -89,14 +88,7 @@ TEST_P(M4Checks, CodeAndLine) {
     std::vector<Attr> attrs = reg.m4_attrs(reg.m4_settings());
     c.mutate(attrs, reg);
     const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
-    TraceCapture trace;
-    EXPECT_EQ(m4(body), c.code);
-    if (c.code != 0) {
-        EXPECT_TRUE(trace.has("Unpack M4 error, error code is " + std::to_string(c.code) + ".\r\n"));
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), m3) << "M3 stays the previous message";
-    } else {
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
-    }
+    expect_verdict("M4", m4, body, c.code, nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Steps, M4Checks, ::testing::ValuesIn(kM4Cases),

@@ -1,7 +1,6 @@
 // M5 layout (sealed settings with a full block of padding) and every M6 check with its state.
 #include <gtest/gtest.h>
 
-#include "crypto_trace.h"
 #include "exchange_fixture.h"
 
 namespace {
@@ -109,16 +108,7 @@ TEST_P(M6Checks, CodeAndLine) {
     std::vector<Attr> attrs = reg.m6_attrs(reg.m6_settings());
     c.mutate(attrs, reg);
     const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
-    TraceCapture trace;
-    EXPECT_EQ(m6(body), c.code);
-    if (c.code != 0) {
-        const std::string line = c.line != nullptr ? c.line
-                                                   : "Unpack M6 error, error code is " + std::to_string(c.code) + ".\r\n";
-        EXPECT_TRUE(trace.has(line)) << line;
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), m5) << "M5 stays the previous message";
-    } else {
-        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
-    }
+    expect_verdict("M6", m6, body, c.code, c.line);
 }
 
 INSTANTIATE_TEST_SUITE_P(Steps, M6Checks, ::testing::ValuesIn(kM6Cases),

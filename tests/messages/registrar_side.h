@@ -13,6 +13,7 @@
 
 #include "api/context.h"
 #include "common/reference.h"
+#include "common/wire.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 #include "zev.h"
@@ -25,6 +26,7 @@ using ref::cat;
 using ref::init_gcrypt;
 using ref::sm3;
 using ref::sm4_ofb;
+using ref::TraceCapture;
 inline Bytes hmac(const Bytes& key, const Bytes& data) { return ref::hmac_sm3(key, data); }
 
 inline Bytes head(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + n); }
@@ -36,21 +38,10 @@ inline Bytes be32(uint32_t v) {
 inline Bytes text(const char* s) { return Bytes(s, s + std::strlen(s)); }
 
 
-struct Attr {
-    uint16_t type;
-    Bytes value;
-};
-inline Bytes tlv(uint16_t type, const Bytes& value) {
-    return cat({be16(type), be16(static_cast<uint16_t>(value.size())), value});
-}
-inline Bytes encode(const std::vector<Attr>& attrs) {
-    Bytes out;
-    for (const Attr& a : attrs) {
-        const Bytes t = tlv(a.type, a.value);
-        out.insert(out.end(), t.begin(), t.end());
-    }
-    return out;
-}
+using testwire::Attr;
+using testwire::encode;
+using testwire::tlv;
+
 inline void remove_attr(std::vector<Attr>& attrs, uint16_t type) {
     for (auto it = attrs.begin(); it != attrs.end(); ++it)
         if (it->type == type) {

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "common/test_bytes.h"
 #include "common/vectors.h"
 #include "registrar/crypto.h"
 
@@ -84,56 +85,6 @@ TEST_F(RegistrarCrypto, EcdsaVerifiesTheModNSignatureOnly) {
         bad_key[47] ^= 0x01;   // off the curve
         EXPECT_FALSE(crypto::ecdsa192_verify(bad_key, msg, sig));
     }
-}
-
-TEST_F(RegistrarCrypto, EcdsaAcceptsSignaturesMadeElsewhere) {
-    const JsonValue doc = vectors("ecdsa_wapi192.json");
-    const JsonValue& made = doc["openssl_made_signatures"];
-    const JsonValue& first = doc["vectors"].items.at(0);
-    for (const auto& v : made.items) {
-        if (v["d"].text != first["d"].text) continue;
-        Bytes q = hex(first["Qx"].text);
-        const Bytes qy = hex(first["Qy"].text);
-        q.insert(q.end(), qy.begin(), qy.end());
-        Bytes sig = hex(v["r"].text);
-        const Bytes s = hex(v["s"].text);
-        sig.insert(sig.end(), s.begin(), s.end());
-        EXPECT_TRUE(crypto::ecdsa192_verify(q, hex(v["msg_hex"].text), sig)) << v["source"].text;
-    }
-}
-
-TEST_F(RegistrarCrypto, EcdsaRejectsWrongSizes) {
-    const Bytes q(48, 1), sig(48, 1), msg = {1, 2, 3};
-    EXPECT_FALSE(crypto::ecdsa192_verify(std::span<const uint8_t>(q).first(47), msg, sig));
-    EXPECT_FALSE(crypto::ecdsa192_verify(q, msg, std::span<const uint8_t>(sig).first(47)));
-}
-
-// The key schedule's split: AuthKey and KeyWrapKey from the first 48 bytes, EMSK the whole third
-// round (never bytes 48-79).
-TEST_F(RegistrarCrypto, KeyScheduleTakesEmskFromTheThirdRound) {
-    Bytes agreed(32), n1(16, 0x11), n2(16, 0x22), address = {2, 4, 6, 8, 10, 12};
-    for (size_t i = 0; i < agreed.size(); ++i) agreed[i] = static_cast<uint8_t>(i * 3);
-    const crypto::SessionKeys k = crypto::derive_session_keys(agreed, n1, address, n2);
-    const crypto::Digest dh = crypto::sm3(agreed);
-    const crypto::Digest kdk = crypto::hmac_sm3(dh, {n1, address, n2});
-    auto round = [&](uint8_t i) {
-        Bytes in = {0, 0, 0, i};
-        const std::string label = "Wi-Fi Easy and Secure Key Derivation";
-        in.insert(in.end(), label.begin(), label.end());
-        in.insert(in.end(), {0x00, 0x00, 0x02, 0x80});   // 640 bits
-        return crypto::hmac_sm3(kdk, {in});
-    };
-    EXPECT_EQ(k.auth_key, round(1));
-    const crypto::Digest r2 = round(2);
-    EXPECT_TRUE(std::equal(k.key_wrap_key.begin(), k.key_wrap_key.end(), r2.begin()));
-    EXPECT_EQ(k.emsk, round(3));
-}
-
-TEST_F(RegistrarCrypto, ConstantTimeEqualityComparesWholeStrings) {
-    const Bytes a = {1, 2, 3, 4}, b = {1, 2, 3, 5}, c = {1, 2, 3};
-    EXPECT_TRUE(crypto::equal_ct(a, a));
-    EXPECT_FALSE(crypto::equal_ct(a, b));
-    EXPECT_FALSE(crypto::equal_ct(a, c));
 }
 
 }  // namespace

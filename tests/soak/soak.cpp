@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/exchange.h"
@@ -18,10 +17,8 @@
 #if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
 #include <unistd.h>
 
-#include <mutex>
 
 #include "chipsim/chipsim.h"
-#include "signing/securechip.h"
 #define SOAK_WITH_CHIP 1
 #else
 #define SOAK_WITH_CHIP 0

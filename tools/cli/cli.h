@@ -24,7 +24,7 @@ enum ExitCode : int {
     kExitSetup = 5,    // the library or the secure-chip simulator could not be set up
 };
 
-enum class Command { None, Demo, Enroll, Registrar };
+enum class Command { None, Demo, Enroll, Registrar, Decode, Replay };
 
 struct Options {
     Command command = Command::None;
@@ -32,6 +32,7 @@ struct Options {
     bool version = false;  // --version: print the library's version
     uint32_t wps_mode = 3;           // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
     std::optional<std::string> pin;  // absent: push-button password "00000000"
+    std::optional<std::string> registrar_pin;  // demo: the registrar holds another password
     bool secure_chip = false;
     bool fragment_m8 = false;  // the registrar sends M8 in fragments
     size_t fragment_size = 0;  // at most this many bytes each; 0: two, split early
@@ -43,6 +44,8 @@ struct Options {
     uint32_t timeout_s = 10;
     std::string network_key = "wapiwps-demo-psk";
     std::optional<std::string> identity;  // certificate identity registered for the registrar
+    std::string input_path;               // decode, replay: the capture file
+    bool mode_given = false;              // replay: --mode was on the command line
 };
 
 // Parses argv (without the program name). On failure returns false and sets `error`.
@@ -54,6 +57,8 @@ std::string mac_to_string(const Mac& mac);
 bool parse_mac(const std::string& text, Mac& mac);
 std::string hex(std::span<const uint8_t> bytes);
 const char* state_name(int state);
+const char* message_type_name(uint8_t type);
+const char* wps_mode_name(uint32_t mode);
 std::string describe_result(int32_t result);
 
 // ---- Frame classification and decoding -------------------------------------------------------
@@ -78,7 +83,7 @@ struct FrameInfo {
 FrameInfo classify_frame(std::span<const uint8_t> eapol);
 
 // The protocol state the enrollee is in after a ProcessReceivePacket call, mirrored from the
-// result and from the answer it wrote (the library exposes no state getter).
+// result and from the answer it wrote (for a library without WapiWps_GetStatus).
 int mirror_state(int state, int32_t result, std::span<const uint8_t> answer);
 
 // Turns frames into readable transcript lines. One decoder per direction: it also collects the
@@ -95,8 +100,24 @@ class FrameDecoder {
     bool in_fragments_ = false;
 };
 
+// ---- Capture files -------------------------------------------------------------------------
+// One packet of a capture file, as far as the transcript is concerned.
+struct Packet {
+    size_t number = 0;  // 1-based, counting every packet of the file
+    Mac src{}, dst{};   // zero when the link type carries none
+    bool eapol = false;
+    Bytes frame;        // the EAPOL frame (from its header), cut to its declared length
+    std::string note;   // why a packet is not EAPOL
+};
+// Link types (pcap LINKTYPE_ values) read as such; any other is taken as bare EAPOL frames.
+constexpr int kLinkEthernet = 1;
+constexpr int kLinkLinuxCooked = 113;
+constexpr int kLinkLinuxCooked2 = 276;
+// Takes the EAPOL frame out of one captured packet. Never reads past `data`.
+Packet capture_packet(int linktype, std::span<const uint8_t> data, size_t number);
+
 // ---- pcap output -----------------------------------------------------------------------------
-// Writes frames as Ethernet/EAPOL packets to a pcap file (libpcap's dump writer, DLT_EN10MB).
+// Writes frames as Ethernet/EAPOL packets to a pcap file (the classic format, DLT_EN10MB).
 class PcapWriter {
   public:
     PcapWriter() = default;
@@ -106,10 +127,17 @@ class PcapWriter {
     bool open(const std::string& path, std::string& error);
     bool is_open() const { return file_ != nullptr; }
     void write(const Mac& dst, const Mac& src, std::span<const uint8_t> eapol);
+    // Flushes and closes the file. False, with `error`, when any frame could not be written.
+    bool close(std::string& error);
 
   private:
     void* file_ = nullptr;  // std::FILE*
+    std::string path_;
+    bool failed_ = false;
 };
+
+// Closes the --pcap file: `code` when it was written whole, else a message and kExitLink.
+int finish_pcap(PcapWriter& pcap, int code);
 
 constexpr uint16_t kEthertypeEapol = 0x888E;
 constexpr size_t kEthernetHeaderLen = 14;
@@ -123,5 +151,7 @@ bool split_prefix(std::span<const uint8_t> out, Mac& dst, Bytes& eapol);
 int run_demo(const Options& opt);
 int run_enroll(const Options& opt);
 int run_registrar(const Options& opt);
+int run_decode(const Options& opt);
+int run_replay(const Options& opt);
 
 }  // namespace cli

@@ -103,37 +103,6 @@ const AttributeInfo* find_attribute(uint16_t type) {
     return nullptr;
 }
 
-const char* message_type_name(uint8_t type) {
-    switch (type) {
-        case 0x04:
-            return "M1";
-        case 0x05:
-            return "M2";
-        case 0x06:
-            return "M2D";
-        case 0x07:
-            return "M3";
-        case 0x08:
-            return "M4";
-        case 0x09:
-            return "M5";
-        case 0x0A:
-            return "M6";
-        case 0x0B:
-            return "M7";
-        case 0x0C:
-            return "M8";
-        case 0x0D:
-            return "ACK";
-        case 0x0E:
-            return "NACK";
-        case 0x0F:
-            return "Done";
-        default:
-            return "unknown";
-    }
-}
-
 const char* op_code_name(uint8_t op) {
     switch (op) {
         case kOpStart:
@@ -237,6 +206,48 @@ uint8_t find_message_type(std::span<const uint8_t> body) {
 }
 
 }  // namespace
+
+const char* message_type_name(uint8_t type) {
+    switch (type) {
+        case 0x04:
+            return "M1";
+        case 0x05:
+            return "M2";
+        case 0x06:
+            return "M2D";
+        case 0x07:
+            return "M3";
+        case 0x08:
+            return "M4";
+        case 0x09:
+            return "M5";
+        case 0x0A:
+            return "M6";
+        case 0x0B:
+            return "M7";
+        case 0x0C:
+            return "M8";
+        case 0x0D:
+            return "ACK";
+        case 0x0E:
+            return "NACK";
+        case 0x0F:
+            return "Done";
+        default:
+            return "unknown";
+    }
+}
+
+const char* wps_mode_name(uint32_t mode) {
+    switch (mode) {
+        case 1:
+            return "Wi-Fi flavour";
+        case 3:
+            return "WAPI certificate mode";
+        default:
+            return "WAPI pre-shared-key mode";
+    }
+}
 
 std::string mac_to_string(const Mac& mac) {
     return format("%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
@@ -599,6 +610,81 @@ bool split_prefix(std::span<const uint8_t> out, Mac& dst, Bytes& eapol) {
     std::copy(out.begin(), out.begin() + 6, dst.begin());
     eapol.assign(out.begin() + kPrefixLen, out.end());
     return true;
+}
+
+// ---- Capture files -------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint16_t kEthertypeVlan = 0x8100;
+constexpr size_t kVlanTagLen = 4;
+constexpr size_t kSllHeaderLen = 16;
+constexpr size_t kSll2HeaderLen = 20;
+constexpr size_t kLibraryPrefixLen = 8;  // the library's MAC-mode prefix: address, 0x89, 0x1B
+
+// Short frames arrive padded to the Ethernet minimum: cut back to what the EAPOL header declares.
+Bytes eapol_of(std::span<const uint8_t> bytes) {
+    Bytes frame(bytes.begin(), bytes.end());
+    if (frame.size() >= 4) {
+        const size_t declared = 4 + static_cast<size_t>(be16(bytes, 2));
+        if (declared < frame.size()) frame.resize(declared);
+    }
+    return frame;
+}
+
+}  // namespace
+
+Packet capture_packet(int linktype, std::span<const uint8_t> data, size_t number) {
+    Packet p;
+    p.number = number;
+    const size_t n = data.size();
+    auto ethertype_payload = [&](uint16_t type, size_t at) {
+        if (type == kEthertypeEapol) {
+            p.eapol = true;
+            p.frame = eapol_of(data.subspan(at));
+        } else {
+            p.note = format("not EAPOL: ethertype 0x%04x", type);
+        }
+    };
+    switch (linktype) {
+        case kLinkEthernet: {
+            if (n < kEthernetHeaderLen) {
+                p.note = "truncated Ethernet header";
+                return p;
+            }
+            std::copy(data.begin(), data.begin() + 6, p.dst.begin());
+            std::copy(data.begin() + 6, data.begin() + 12, p.src.begin());
+            uint16_t type = be16(data, 12);
+            size_t at = kEthernetHeaderLen;
+            if (type == kEthertypeVlan && n >= at + kVlanTagLen) {
+                type = be16(data, at + 2);
+                at += kVlanTagLen;
+            }
+            ethertype_payload(type, at);
+            return p;
+        }
+        case kLinkLinuxCooked:
+        case kLinkLinuxCooked2: {
+            const bool v2 = linktype == kLinkLinuxCooked2;
+            if (n < (v2 ? kSll2HeaderLen : kSllHeaderLen)) {
+                p.note = "truncated Linux cooked header";
+                return p;
+            }
+            ethertype_payload(be16(data, v2 ? 0 : 14), v2 ? kSll2HeaderLen : kSllHeaderLen);
+            return p;
+        }
+        default:
+            // Bare EAPOL frames (as other tools write them), or the library's own MAC-mode
+            // output with its 8-byte prefix in front.
+            p.eapol = true;
+            if (n >= kLibraryPrefixLen + 4 && data[6] == 0x89 && data[7] == 0x1B) {
+                std::copy(data.begin(), data.begin() + 6, p.dst.begin());
+                p.frame = eapol_of(data.subspan(kLibraryPrefixLen));
+            } else {
+                p.frame = eapol_of(data);
+            }
+            return p;
+    }
 }
 
 }  // namespace cli

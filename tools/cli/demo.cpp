@@ -16,17 +16,6 @@ constexpr Mac kDemoRegistrarMac = {0x02, 0x00, 0x00, 0x00, 0x00, 0x02};
 // peer pair that keeps answering each other for ever.
 constexpr int kMaxFrames = 1000;
 
-const char* mode_name(uint32_t mode) {
-    switch (mode) {
-        case 1:
-            return "Wi-Fi flavour";
-        case 3:
-            return "WAPI certificate mode";
-        default:
-            return "WAPI pre-shared-key mode";
-    }
-}
-
 }  // namespace
 
 int run_demo(const Options& opt) {
@@ -44,7 +33,7 @@ int run_demo(const Options& opt) {
     const char* signing = opt.wps_mode != 3 ? ""
                           : opt.secure_chip ? ", secure-chip signing"
                                             : ", software signing";
-    std::printf("wapiwps demo: %s%s, %s\n", mode_name(opt.wps_mode), signing,
+    std::printf("wapiwps demo: %s%s, %s\n", wps_mode_name(opt.wps_mode), signing,
                 opt.pin ? ("PIN " + *opt.pin).c_str() : "push button (password \"00000000\")");
     std::printf("  enrollee %s (library), registrar %s (reference, in-process)%s\n",
                 mac_to_string(kDemoEnrolleeMac).c_str(), mac_to_string(kDemoRegistrarMac).c_str(),
@@ -99,8 +88,9 @@ int run_demo(const Options& opt) {
     bool have_credential = enrollee.print_credential();
     if (enrollee.succeeded() && have_credential && !registrar_refused) {
         std::printf("result: success\n");
-        return kExitOk;
+        return finish_pcap(pcap, kExitOk);
     }
+    enrollee.print_reason();
     if (registrar_refused) {
         std::printf("result: failed (the registrar refused a frame)\n");
     } else if (enrollee.finished()) {
@@ -109,7 +99,7 @@ int run_demo(const Options& opt) {
         std::printf("result: failed (the exchange stalled in state %s)\n",
                     state_name(enrollee.state()));
     }
-    return kExitFailed;
+    return finish_pcap(pcap, kExitFailed);
 }
 
 }  // namespace cli

@@ -79,7 +79,8 @@ int run_enroll(const Options& opt) {
         if (now >= deadline) {
             std::printf("timeout: no frame accepted for %u s (state %s)\n", opt.timeout_s,
                         state_name(enrollee.state()));
-            return kExitTimeout;
+            enrollee.print_reason();
+            return finish_pcap(pcap, kExitTimeout);
         }
         if (enrollee.state() == WAPIWPS_WAIT_REQUEST_IDENTITY && now >= next_start) {
             std::printf("no answer yet: EAPOL-Start again\n");
@@ -119,10 +120,11 @@ int run_enroll(const Options& opt) {
     bool have_credential = enrollee.print_credential();
     if (enrollee.succeeded() && have_credential) {
         std::printf("result: success\n");
-        return kExitOk;
+        return finish_pcap(pcap, kExitOk);
     }
+    enrollee.print_reason();
     std::printf("result: failed (the run ended without a credential)\n");
-    return kExitFailed;
+    return finish_pcap(pcap, kExitFailed);
 }
 
 }  // namespace cli

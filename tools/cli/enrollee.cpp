@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "wapiwps.h"
 
@@ -138,7 +139,11 @@ int32_t Enrollee::receive(std::span<const uint8_t> frame, Mac& dst, Bytes& answe
     }
     std::printf("  ProcessReceivePacket = %s%s\n", describe_result(result).c_str(),
                 answer.empty() ? "" : ", answer written");
-    int next = mirror_state(state_, result, answer);
+    // The state as the library reports it.
+    WapiWpsStatus status{};
+    status.size = sizeof status;
+    const int next = WapiWps_GetStatus(&status) == 0 ? static_cast<int>(status.state)
+                                                     : mirror_state(state_, result, answer);
     if (next != state_) {
         std::printf("state %s -> %s\n", state_name(state_), state_name(next));
         state_ = next;
@@ -228,6 +233,48 @@ bool Enrollee::print_credential() const {
         return true;
     }
     return false;
+}
+
+void Enrollee::print_reason() const {
+    WapiWpsStatus st{};
+    st.size = sizeof st;
+    if (WapiWps_GetStatus(&st) != 0) return;
+    const char* mode = wps_mode_name(opt_.wps_mode);
+    const char* sent = message_type_name(static_cast<uint8_t>(st.message));
+    switch (st.outcome) {
+        case WAPIWPS_OUTCOME_REFUSED:
+            // The sentence names the message ("M4 refused: R-Hash1 mismatch; ...").
+            std::printf("reason: %s\n        code %d, library trace \"%s\"\n",
+                        WapiWps_ResultText(st.code), st.code, st.detail);
+            return;
+        case WAPIWPS_OUTCOME_NACK:
+            std::printf("reason: the registrar refused with a NACK after our %s", sent);
+            if (st.configError >= 0) std::printf(" (Configuration Error %d)", st.configError);
+            if (st.reason == WAPIWPS_REASON_WRONG_PASSWORD)
+                std::printf(": it probably holds another PIN\n");
+            else if (st.message == 0x04)
+                std::printf(": it may not serve the %s\n", mode);
+            else
+                std::printf("\n");
+            return;
+        case WAPIWPS_OUTCOME_M2D:
+            std::printf("reason: the registrar%s%s%s is not ready for this device (M2D", 
+                        st.manufacturer[0] != '\0' ? " " : "", st.manufacturer,
+                        st.modelName[0] != '\0' ? (std::string(" ") + st.modelName).c_str() : "");
+            if (st.configError >= 0) std::printf(", Configuration Error %d", st.configError);
+            std::printf("): it may not serve the %s, or waits for its button or PIN\n", mode);
+            return;
+        default:
+            break;
+    }
+    if (st.state == WAPIWPS_WAIT_REQUEST_IDENTITY)
+        std::printf("reason: no registrar answered EAPOL-Start\n");
+    else if (st.state == WAPIWPS_WAIT_WPS_START)
+        std::printf("reason: the registrar did not start the exchange: it may not serve the %s\n",
+                    mode);
+    else if (st.lastReason == WAPIWPS_REASON_NOT_OURS)
+        std::printf("reason: the registrar's last frame was not for this run (%s)\n",
+                    WapiWps_ResultText(st.lastResult));
 }
 
 }  // namespace cli

@@ -35,6 +35,8 @@ class Enrollee {
     bool succeeded() const { return final_result_ == 2; }
     // Prints the credential exactly as the getters returned it. Returns false when there is none.
     bool print_credential() const;
+    // Prints why the run has no credential, from WapiWps_GetStatus.
+    void print_reason() const;
 
   private:
     void read_certificate_result();

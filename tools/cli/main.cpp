@@ -35,6 +35,10 @@ int main(int argc, char** argv) {
             return run_enroll(opt);
         case Command::Registrar:
             return run_registrar(opt);
+        case Command::Decode:
+            return run_decode(opt);
+        case Command::Replay:
+            return run_replay(opt);
         case Command::None:
             break;
     }

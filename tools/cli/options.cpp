@@ -15,9 +15,12 @@ constexpr const char* kMainUsage =
     "  demo       a whole exchange against the in-process reference registrar\n"
     "  enroll     the enrollee over a real interface (libpcap)\n"
     "  registrar  the reference registrar over a real interface (libpcap)\n"
+    "  decode     print the decoded transcript of a capture file\n"
+    "  replay     feed a capture's registrar frames to the library and say where it stops\n"
     "\n"
-    "'wapiwps <command> --help' describes the options of each command; 'wapiwps --version'\n"
-    "prints the version of the library in use.\n"
+    "'wapiwps <command> --help' describes the options of each command. Options take their\n"
+    "value as the next argument or after '=' (--mode=psk). 'wapiwps --version' prints the\n"
+    "version of the library in use.\n"
     "\n"
     "exit codes: 0 success, 1 exchange failed or refused, 2 usage error, 3 timeout,\n"
     "            4 interface or pcap error, 5 library or secure-chip set-up error\n";
@@ -30,6 +33,7 @@ constexpr const char* kDemoUsage =
     "\n"
     "  --mode psk|cert|wifi   WAPI pre-shared key, WAPI certificate (default), Wi-Fi flavour\n"
     "  --pin DIGITS           the 8-digit device password (default: push button, \"00000000\")\n"
+    "  --registrar-pin DIGITS the registrar holds this password instead (a wrong-PIN run)\n"
     "  --secure-chip          sign M7 with the secure-chip simulator (StartWPS_SecureChip)\n"
     "  --fragment-m8 [N]      the registrar sends M8 in fragments: without N in two, split at\n"
     "                         the first point the enrollee's reassembly accepts; with N in\n"
@@ -84,6 +88,34 @@ constexpr const char* kRegistrarUsage =
     "exit codes: 0 success (Done received), 1 exchange failed or refused, 2 usage error,\n"
     "            3 timeout, 4 interface or pcap error\n";
 
+constexpr const char* kDecodeUsage =
+    "usage: wapiwps decode FILE.pcap [options]\n"
+    "\n"
+    "Prints every EAPOL frame of a capture as the demo transcript does: Ethernet (also with a\n"
+    "VLAN tag) and Linux cooked captures, and files of bare EAPOL frames. Frames that are not\n"
+    "EAPOL, or that cannot be parsed, are marked and skipped.\n"
+    "\n"
+    "  --show-secrets         show keys, nonces, hashes and authenticators\n"
+    "  --help                 this text\n"
+    "\n"
+    "exit codes: 0 decoded, 2 usage error, 4 the file cannot be read\n";
+
+constexpr const char* kReplayUsage =
+    "usage: wapiwps replay FILE.pcap [options]\n"
+    "\n"
+    "Starts a run and hands the capture's registrar frames (EAP Requests and Failures) to the\n"
+    "library in order, printing per frame the result, the state and the status reason, so a\n"
+    "field capture shows where and why an exchange stopped. The library makes its own nonces\n"
+    "and keys, so the captured M2 (made for the captured enrollee's M1) cannot match them: the\n"
+    "replay necessarily diverges at M2, at the latest at its Authenticator check.\n"
+    "\n"
+    "  --mode psk|cert|wifi   the enrollee's mode (default: from the capture)\n"
+    "  --pin DIGITS           the device password (default: push button)\n"
+    "  --show-secrets, --trace, --help   as for demo\n"
+    "\n"
+    "exit codes: 0 the library accepted every frame, 1 a frame was refused or the run ended\n"
+    "            without a credential, 2 usage error, 4 the file cannot be read\n";
+
 bool parse_mode(const std::string& text, uint32_t& mode) {
     if (text == "psk") {
         mode = 2;
@@ -135,13 +167,32 @@ const char* usage_text(Command command) {
             return kEnrollUsage;
         case Command::Registrar:
             return kRegistrarUsage;
+        case Command::Decode:
+            return kDecodeUsage;
+        case Command::Replay:
+            return kReplayUsage;
         case Command::None:
             break;
     }
     return kMainUsage;
 }
 
-bool parse_options(const std::vector<std::string>& args, Options& opt, std::string& error) {
+bool parse_options(const std::vector<std::string>& raw, Options& opt, std::string& error) {
+    // "--opt=value" is "--opt value"; a value attached to an option that takes none is refused.
+    std::vector<std::string> args;
+    std::vector<bool> attached;
+    for (const std::string& a : raw) {
+        const size_t eq = a.find('=');
+        if (a.rfind("--", 0) == 0 && eq != std::string::npos && eq > 2) {
+            args.push_back(a.substr(0, eq));
+            attached.push_back(false);
+            args.push_back(a.substr(eq + 1));
+            attached.push_back(true);
+        } else {
+            args.push_back(a);
+            attached.push_back(false);
+        }
+    }
     if (args.empty()) {
         error = "missing command";
         return false;
@@ -153,6 +204,10 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         opt.command = Command::Enroll;
     else if (cmd == "registrar")
         opt.command = Command::Registrar;
+    else if (cmd == "decode")
+        opt.command = Command::Decode;
+    else if (cmd == "replay")
+        opt.command = Command::Replay;
     else if (cmd == "--help" || cmd == "-h" || cmd == "help") {
         opt.help = true;
         return true;
@@ -164,9 +219,15 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         return false;
     }
 
-    const bool live = opt.command != Command::Demo;
+    const bool live = opt.command == Command::Enroll || opt.command == Command::Registrar;
+    const bool offline = opt.command == Command::Decode || opt.command == Command::Replay;
+    const bool exchange = !offline || opt.command == Command::Replay;
     for (size_t i = 1; i < args.size(); ++i) {
         const std::string& a = args[i];
+        if (attached[i]) {
+            error = "option " + args[i - 1] + " takes no value";
+            return false;
+        }
         // Options with a value take the next argument.
         auto value = [&](std::string& out) {
             if (i + 1 >= args.size()) {
@@ -180,13 +241,16 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
         unsigned long n = 0;
         if (a == "--help" || a == "-h") {
             opt.help = true;
-        } else if (a == "--mode") {
+        } else if (offline && a.rfind("-", 0) != 0 && opt.input_path.empty()) {
+            opt.input_path = a;
+        } else if (a == "--mode" && exchange) {
             if (!value(v)) return false;
             if (!parse_mode(v, opt.wps_mode)) {
                 error = "--mode takes psk, cert or wifi";
                 return false;
             }
-        } else if (a == "--pin") {
+            opt.mode_given = true;
+        } else if (a == "--pin" && exchange) {
             if (!value(v)) return false;
             // The library reads exactly eight characters of the PIN in MAC address mode.
             if (!is_pin(v)) {
@@ -194,9 +258,16 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
                 return false;
             }
             opt.pin = v;
-        } else if (a == "--secure-chip" && opt.command != Command::Registrar) {
+        } else if (a == "--registrar-pin" && opt.command == Command::Demo) {
+            if (!value(v)) return false;
+            if (!is_pin(v)) {
+                error = "--registrar-pin takes exactly 8 digits";
+                return false;
+            }
+            opt.registrar_pin = v;
+        } else if (a == "--secure-chip" && !offline && opt.command != Command::Registrar) {
             opt.secure_chip = true;
-        } else if (a == "--fragment-m8" && opt.command != Command::Enroll) {
+        } else if (a == "--fragment-m8" && !offline && opt.command != Command::Enroll) {
             opt.fragment_m8 = true;
             if (i + 1 < args.size() && !args[i + 1].empty() && args[i + 1][0] != '-') {
                 if (!parse_unsigned(args[++i], 4096, n) || n < 16) {
@@ -205,26 +276,26 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
                 }
                 opt.fragment_size = n;
             }
-        } else if (a == "--identity" && opt.command != Command::Registrar) {
+        } else if (a == "--identity" && !offline && opt.command != Command::Registrar) {
             if (!value(v)) return false;
             if (v.empty() || v.size() > 1024) {
                 error = "--identity takes 1 to 1024 characters";
                 return false;
             }
             opt.identity = v;
-        } else if (a == "--network-key" && opt.command != Command::Enroll) {
+        } else if (a == "--network-key" && !offline && opt.command != Command::Enroll) {
             if (!value(v)) return false;
             if (v.empty() || v.size() > 64) {
                 error = "--network-key takes 1 to 64 characters";
                 return false;
             }
             opt.network_key = v;
-        } else if (a == "--pcap") {
+        } else if (a == "--pcap" && !offline) {
             if (!value(v)) return false;
             opt.pcap_path = v;
         } else if (a == "--show-secrets") {
             opt.show_secrets = true;
-        } else if (a == "--trace") {
+        } else if (a == "--trace" && exchange) {
             opt.trace = true;
         } else if (a == "--iface" && live) {
             if (!value(v)) return false;
@@ -248,6 +319,10 @@ bool parse_options(const std::vector<std::string>& args, Options& opt, std::stri
             error = "unknown option '" + a + "' for " + cmd;
             return false;
         }
+    }
+    if (offline && !opt.help && opt.input_path.empty()) {
+        error = cmd + " needs a capture file";
+        return false;
     }
     if (live && !opt.help && opt.iface.empty()) {
         error = cmd + " needs --iface";

@@ -53,7 +53,26 @@ bool PcapWriter::open(const std::string& path, std::string& error) {
         return false;
     }
     file_ = file;
+    path_ = path;
     return true;
+}
+
+bool PcapWriter::close(std::string& error) {
+    if (file_ != nullptr) {
+        auto* file = static_cast<std::FILE*>(file_);
+        if (std::fflush(file) != 0) failed_ = true;
+        if (std::fclose(file) != 0) failed_ = true;
+        file_ = nullptr;
+    }
+    if (failed_) error = "cannot write pcap file " + path_ + " (frames are missing from it)";
+    return !failed_;
+}
+
+int finish_pcap(PcapWriter& pcap, int code) {
+    std::string error;
+    if (pcap.close(error)) return code;
+    std::fprintf(stderr, "wapiwps: %s\n", error.c_str());
+    return kExitLink;
 }
 
 void PcapWriter::write(const Mac& dst, const Mac& src, std::span<const uint8_t> eapol) {
@@ -70,9 +89,12 @@ void PcapWriter::write(const Mac& dst, const Mac& src, std::span<const uint8_t> 
     put_le32(record, static_cast<uint32_t>(frame.size()));
     record.insert(record.end(), frame.begin(), frame.end());
     auto* file = static_cast<std::FILE*>(file_);
-    std::fwrite(record.data(), 1, record.size(), file);
-    // Flushed per frame so that an interrupted run still leaves a readable file.
-    std::fflush(file);
+    // Flushed per frame so that an interrupted run still leaves a readable file; a write that
+    // fails (a full disk, /dev/full) is reported when the command ends.
+    if (std::fwrite(record.data(), 1, record.size(), file) != record.size() ||
+        std::fflush(file) != 0) {
+        failed_ = true;
+    }
 }
 
 }  // namespace cli

@@ -63,7 +63,7 @@ int run_registrar(const Options& opt) {
             if (reg) {
                 print_registrar_outcome(reg->outcome());
             }
-            return refused ? kExitFailed : kExitTimeout;
+            return finish_pcap(pcap, refused ? kExitFailed : kExitTimeout);
         }
         if (reg && !last_out.empty() && repeats < kMaxRepeats && now - last_sent >= kRepeatAfter) {
             ++repeats;
@@ -119,7 +119,7 @@ int run_registrar(const Options& opt) {
             const bool ok = reg->outcome().done_received;
             std::printf("result: %s\n",
                         ok ? "success (Done received, EAP-Failure sent)" : "failed (no Done)");
-            return ok ? kExitOk : kExitFailed;
+            return finish_pcap(pcap, ok ? kExitOk : kExitFailed);
         }
     }
 }

@@ -10,7 +10,7 @@ namespace cli {
 registrar::Config registrar_config(const Options& opt, const Mac& enrollee) {
     registrar::Config config;
     config.wps_mode = opt.wps_mode;
-    config.pin = opt.pin ? *opt.pin : "00000000";
+    config.pin = opt.registrar_pin ? *opt.registrar_pin : opt.pin ? *opt.pin : "00000000";
     config.uuid_r = kReferenceRegistrarUuid;
     config.enrollee_address.assign(enrollee.begin(), enrollee.end());
     config.address_mode = 0;

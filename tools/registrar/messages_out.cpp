@@ -200,7 +200,12 @@ Bytes Session::build_m2d() {
     w.add(ATTR_ENROLLEE_NONCE, n1, 16);
     w.add(ATTR_REGISTRAR_NONCE, n2, 16);
     w.add(ATTR_UUID_R, config.uuid_r, 16);
-    w.add_be16(ATTR_CONFIG_ERROR, 0);
+    // Like a registrar that is not ready for this enrollee: its identity, and why (the fault's
+    // `value`; 0 by default).
+    w.add_text(ATTR_MANUFACTURER, "wapiwps");
+    w.add_text(ATTR_MODEL_NAME, "reference registrar");
+    w.add_text(ATTR_DEVICE_NAME, "registrar");
+    w.add_be16(ATTR_CONFIG_ERROR, static_cast<uint16_t>(config.fault.value));
     return body;
 }
 

@@ -40,8 +40,8 @@ struct Fault {
         BadPaddingValue,      // last padding byte larger than the plaintext (M6, M8)
         BadPaddingString,     // padding bytes that differ (M6, M8)
         WrongSecretNonce,     // R-S1 (M4) or R-S2 (M6) that does not match R-Hash
-        SendM2D,              // answer M1 with M2D instead of M2
-        SendNack,             // answer with a NACK instead of `message`
+        SendM2D,              // answer M1 with M2D instead of M2 (Configuration Error `value`)
+        SendNack,             // answer with a NACK instead of `message` (Configuration Error `value`)
         MessageType,          // put `value` in the Message Type of `message`
         CertificateModeValue, // send Certificate Mode `value` in M2
         WrongMacAddress,      // put another enrollee address into M8's Credential

@@ -7,7 +7,8 @@
 #include <string>
 
 #include "api/context.h"
-#include "m7m8/m7m8_support.h"
+#include "common/reference.h"
+#include "common/wire.h"
 #include "messages/attributes.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
@@ -15,7 +16,7 @@
 
 namespace {
 
-using m7m8::Bytes;
+using ref::Bytes;
 
 constexpr uint8_t kLocalMac[6] = {0x02, 0x1B, 0x44, 0x11, 0x3A, 0xB7};
 
@@ -66,21 +67,21 @@ protected:
 
     Bytes settings_for(const M8Spec& m) const {
         Bytes credential;
-        m7m8::tlv(credential, ATTR_MAC_ADDRESS, m.mac);
+        testwire::append_tlv(credential, ATTR_MAC_ADDRESS, m.mac);
         if (g_WPS_mode == WAPI_WPS_CERT) {
-            if (m.with_cert_list) m7m8::tlv(credential, ATTR_CERTIFICATE_LIST, m.cert_list);
+            if (m.with_cert_list) testwire::append_tlv(credential, ATTR_CERTIFICATE_LIST, m.cert_list);
         } else if (m.with_network_key) {
-            m7m8::tlv(credential, ATTR_NETWORK_KEY, m.network_key);
+            testwire::append_tlv(credential, ATTR_NETWORK_KEY, m.network_key);
         }
         Bytes s;
         if (m.cert_needed >= 0)
-            m7m8::tlv(s, ATTR_CERTIFICATE_NEEDED, Bytes{static_cast<uint8_t>(m.cert_needed)});
-        if (m.with_credential) m7m8::tlv(s, ATTR_CREDENTIAL, credential);
+            testwire::append_tlv(s, ATTR_CERTIFICATE_NEEDED, Bytes{static_cast<uint8_t>(m.cert_needed)});
+        if (m.with_credential) testwire::append_tlv(s, ATTR_CREDENTIAL, credential);
         Bytes covered = s;
         covered.insert(covered.end(), m.kwa_extra.begin(), m.kwa_extra.end());
-        auto kwa = m7m8::hmac_sm3(g_EnrolleeKeys.AuthKey, 32, covered);
+        auto kwa = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), covered);
         if (m.bad_kwa) kwa[0] ^= 1;
-        m7m8::tlv(s, ATTR_KEY_WRAP_AUTH, Bytes(kwa.begin(), kwa.begin() + 8));
+        testwire::append_tlv(s, ATTR_KEY_WRAP_AUTH, Bytes(kwa.begin(), kwa.begin() + 8));
         if (m.padding < 0) {
             const size_t pad = 16 - s.size() % 16;
             s.insert(s.end(), pad, static_cast<uint8_t>(pad));
@@ -93,24 +94,24 @@ protected:
 
     Bytes build(const M8Spec& m) const {
         Bytes body;
-        if (m.with_version) m7m8::tlv(body, ATTR_VERSION, Bytes{0x10});
-        m7m8::tlv(body, ATTR_MSG_TYPE, Bytes{m.msg_type});
+        if (m.with_version) testwire::append_tlv(body, ATTR_VERSION, Bytes{0x10});
+        testwire::append_tlv(body, ATTR_MSG_TYPE, Bytes{m.msg_type});
         Bytes nonce(g_EnrolleeKeys.Nonce, g_EnrolleeKeys.Nonce + 16);
         if (m.wrong_nonce) nonce[15] ^= 1;
-        m7m8::tlv(body, ATTR_ENROLLEE_NONCE, nonce);
+        testwire::append_tlv(body, ATTR_ENROLLEE_NONCE, nonce);
         if (m.with_encrypted) {
             Bytes sealed(16);
             for (int i = 0; i < 16; ++i) sealed[i] = static_cast<uint8_t>(0x5C ^ i);
-            const Bytes ct = m7m8::sm4_ofb(g_EnrolleeKeys.KeyWrapKey, sealed.data(), settings_for(m));
+            const Bytes ct = ref::sm4_ofb(ref::bytes_of(g_EnrolleeKeys.KeyWrapKey, 16), ref::bytes_of(sealed.data(), 16), settings_for(m));
             sealed.insert(sealed.end(), ct.begin(), ct.end());
-            m7m8::tlv(body, ATTR_ENCR_SETTINGS, sealed);
+            testwire::append_tlv(body, ATTR_ENCR_SETTINGS, sealed);
         }
         if (m.with_authenticator) {
             Bytes covered = prev_;
             covered.insert(covered.end(), body.begin(), body.end());
-            auto mac = m7m8::hmac_sm3(g_EnrolleeKeys.AuthKey, 32, covered);
+            auto mac = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), covered);
             if (m.bad_authenticator) mac[3] ^= 0x80;
-            m7m8::tlv(body, ATTR_AUTHENTICATOR, Bytes(mac.begin(), mac.begin() + 8));
+            testwire::append_tlv(body, ATTR_AUTHENTICATOR, Bytes(mac.begin(), mac.begin() + 8));
         }
         return body;
     }
@@ -202,6 +203,9 @@ TEST_F(M8Test, RawNetworkKeyIsStoredAsReceived) {
     ASSERT_EQ(unpack(build(m)), 0);
     EXPECT_EQ(result(), m.network_key);
     EXPECT_EQ(g_ResultData, g_PrevMsgBuf);
+    // Nothing of the previous message stays behind the stored key.
+    EXPECT_EQ(Bytes(g_PrevMsgBuf + m.network_key.size(), g_PrevMsgBuf + 64),
+              Bytes(64 - m.network_key.size(), 0));
     EXPECT_TRUE(traced("WAPI-PSK-WPS :NETWORK_KEY Length = 10.\r\n"));
     uint8_t key[64] = {};
     uint16_t key_len = 0;

@@ -6,7 +6,9 @@
 #include <cstring>
 
 #include "api/context.h"
-#include "m7m8/m7m8_support.h"
+#include "common/deterministic.h"
+#include "common/reference.h"
+#include "common/wire.h"
 #include "messages/attributes.h"
 #include "messages/messages.h"
 #include "platform/platform.h"
@@ -14,53 +16,10 @@
 
 namespace {
 
-using m7m8::Attr;
-using m7m8::Bytes;
+using testwire::Attr;
+using ref::Bytes;
 
 constexpr uint8_t kUuidR[16] = {0x52, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-
-// A small deterministic generator, so that keys, nonces and IVs repeat from run to run.
-uint32_t g_lcg = 1;
-void lcg_seed(uint32_t s) { g_lcg = s * 2654435761u + 1; }
-int lcg_next() {
-    g_lcg = g_lcg * 1103515245u + 12345u;
-    return static_cast<int>((g_lcg >> 16) & 0x7FFF);
-}
-int64_t fixed_time() { return 1700000000; }
-uint64_t fixed_file_time() { return 116444736000000000ull + 1700000000ull * 10000000ull; }
-
-// d * G on the WAPI curve, computed by libgcrypt from the 24 key bytes read as one integer.
-Bytes public_key_of(const uint8_t* d24) {
-    std::string text = std::string("(ecc (p #") + m7m8::kCurveP + "#) (a #" + m7m8::kCurveA +
-                       "#) (b #" + m7m8::kCurveB + "#) (g #" + m7m8::kCurveG + "#) (n #" +
-                       m7m8::kCurveN + "#))";
-    gcry_sexp_t params = nullptr;
-    gcry_sexp_sscan(&params, nullptr, text.data(), text.size());
-    gcry_ctx_t ctx = nullptr;
-    gcry_mpi_ec_new(&ctx, params, nullptr);
-    gcry_mpi_t d = nullptr;
-    gcry_mpi_scan(&d, GCRYMPI_FMT_USG, d24, 24, nullptr);
-    gcry_mpi_point_t g = gcry_mpi_ec_get_point("g", ctx, 1);
-    gcry_mpi_point_t q = gcry_mpi_point_new(0);
-    gcry_mpi_ec_mul(q, d, g, ctx);
-    gcry_mpi_t x = gcry_mpi_new(0), y = gcry_mpi_new(0);
-    gcry_mpi_ec_get_affine(x, y, q, ctx);
-    Bytes out(48);
-    size_t n = 0;
-    uint8_t buf[32];
-    gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, x);
-    std::memcpy(out.data() + 24 - n, buf, n);
-    gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, y);
-    std::memcpy(out.data() + 48 - n, buf, n);
-    gcry_mpi_release(x);
-    gcry_mpi_release(y);
-    gcry_mpi_release(d);
-    gcry_mpi_point_release(g);
-    gcry_mpi_point_release(q);
-    gcry_ctx_release(ctx);
-    gcry_sexp_release(params);
-    return out;
-}
 
 struct Built {
     Bytes body;
@@ -72,8 +31,7 @@ struct Built {
 class M7Test : public ::testing::Test {
 protected:
     void SetUp() override {
-        platform::set_time_source(fixed_time, fixed_file_time);
-        platform::set_generator(lcg_seed, lcg_next);
+        testdet::make_deterministic(0);
         g_WPS_mode = WAPI_WPS_CERT;
         g_IsDoSecureChip = 0;
         CertificateMode = 1;
@@ -92,8 +50,7 @@ protected:
     }
     void TearDown() override {
         SetCertIdentityStruct2(0, nullptr);
-        platform::set_time_source(nullptr, nullptr);
-        platform::set_generator(nullptr, nullptr);
+        testdet::restore_randomness();
         g_IsDoSecureChip = 0;
     }
 
@@ -117,12 +74,12 @@ protected:
         uint32_t len = 0;
         EXPECT_TRUE(BuildMessageM7(out, &len));
         b.body.assign(out, out + len);
-        EXPECT_TRUE(m7m8::parse(out, len, b.attrs));
+        EXPECT_TRUE(testwire::parse(out, len, b.attrs));
         for (const Attr& a : b.attrs)
             if (a.type == ATTR_ENCR_SETTINGS) b.sealed = a.value;
         if (b.sealed.size() >= 16) {
             const Bytes ct(b.sealed.begin() + 16, b.sealed.end());
-            b.settings = m7m8::sm4_ofb(g_EnrolleeKeys.KeyWrapKey, b.sealed.data(), ct);
+            b.settings = ref::sm4_ofb(ref::bytes_of(g_EnrolleeKeys.KeyWrapKey, 16), ref::bytes_of(b.sealed.data(), 16), ct);
         }
         return b;
     }
@@ -142,7 +99,7 @@ protected:
         // Authenticator: HMAC over the previous message and this body up to its last attribute.
         Bytes covered = prev_;
         covered.insert(covered.end(), b.body.begin(), b.body.end() - 12);
-        const auto mac = m7m8::hmac_sm3(g_EnrolleeKeys.AuthKey, 32, covered);
+        const auto mac = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), covered);
         EXPECT_EQ(b.attrs[4].value, Bytes(mac.begin(), mac.begin() + 8));
         EXPECT_EQ(0, std::memcmp(g_EnrolleeKeys.Authenticator, mac.data(), 8));
         // M7 is now the previous message.
@@ -161,7 +118,7 @@ protected:
         // Key Wrap Authenticator: the last attribute, over everything before it.
         EXPECT_GE(s.size(), 12u);
         const Bytes before(s.begin(), s.end() - 12);
-        const auto kwa = m7m8::hmac_sm3(g_EnrolleeKeys.AuthKey, 32, before);
+        const auto kwa = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), before);
         EXPECT_EQ(Bytes(s.end() - 12, s.end() - 8), (Bytes{0x10, 0x1E, 0x00, 0x08}));
         EXPECT_EQ(Bytes(s.end() - 8, s.end()), Bytes(kwa.begin(), kwa.begin() + 8));
         return s;
@@ -178,7 +135,7 @@ TEST_F(M7Test, PskModeSealsSecretNonceAndKwaWithAFullBlockOfPadding) {
     EXPECT_EQ(b.settings.size(), 48u);
     EXPECT_EQ(b.settings.back(), 0x10);
     std::vector<Attr> attrs;
-    ASSERT_TRUE(m7m8::parse(s.data(), s.size(), attrs));
+    ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
     ASSERT_EQ(attrs.size(), 2u);
     EXPECT_EQ(attrs[0].type, ATTR_E_SNONCE2);
     EXPECT_EQ(attrs[0].value, Bytes(g_EnrolleeKeys.SecretNonce2, g_EnrolleeKeys.SecretNonce2 + 16));
@@ -213,7 +170,7 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     for (int i = 0; i < 24; ++i) held_private[i] = static_cast<uint8_t>(0x11 + i);
     if (c.certificate_mode == 2) {
         std::memcpy(GeneratePrivateKey, held_private, 24);
-        const Bytes pub = public_key_of(held_private);
+        const Bytes pub = ref::wapi192_public_key(held_private);
         std::memcpy(g_MyMsgInfo.GeneratePublicKey, pub.data(), 48);
     }
 
@@ -223,7 +180,7 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     EXPECT_EQ(s.size(), c.request_len + 41);
 
     std::vector<Attr> attrs;
-    ASSERT_TRUE(m7m8::parse(s.data(), s.size(), attrs));
+    ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
     ASSERT_EQ(attrs.size(), 4u);
     EXPECT_EQ(attrs[0].type, ATTR_E_SNONCE2);
     EXPECT_EQ(attrs[1].type, ATTR_CERTIFICATE_NEEDED);
@@ -234,7 +191,7 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     if (c.signed_len == 0) return;
 
     std::vector<Attr> parts;
-    ASSERT_TRUE(m7m8::parse(request.data(), request.size(), parts));
+    ASSERT_TRUE(testwire::parse(request.data(), request.size(), parts));
     ASSERT_EQ(parts.back().type, ATTR_IDENTITY_SIGNATURE);
     ASSERT_EQ(parts.back().value.size(), 48u);
     const Bytes published(g_MyMsgInfo.GeneratePublicKey, g_MyMsgInfo.GeneratePublicKey + 48);
@@ -245,20 +202,22 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     if (c.identity_len >= 0) {
         const Attr& identity = parts[c.certificate_mode == 1 ? 1 : 0];
         EXPECT_EQ(identity.type, ATTR_CERTIFICATE_IDENTITY);
-        Bytes expected;
-        if (c.certificate_mode == 1)
-            expected = {0x00, 0x01, static_cast<uint8_t>(c.identity_len >> 8),
-                        static_cast<uint8_t>(c.identity_len)};
-        expected.insert(expected.end(), static_cast<size_t>(c.identity_len), 0x5A);
+        const size_t head = c.certificate_mode == 1 ? 4 : 0;
+        Bytes expected(head + static_cast<size_t>(c.identity_len), 0x5A);
+        if (head) {
+            const uint8_t mode_and_length[4] = {0x00, 0x01, static_cast<uint8_t>(c.identity_len >> 8),
+                                                static_cast<uint8_t>(c.identity_len)};
+            std::memcpy(expected.data(), mode_and_length, 4);
+        }
         EXPECT_EQ(identity.value, expected);
     }
     // The signature verifies over exactly signed_len bytes from the start of the request, with
     // the key whose public half was published (the key pair is consistent for this generator).
-    ASSERT_EQ(public_key_of(GeneratePrivateKey), published) << "pick another generator seed";
-    EXPECT_TRUE(m7m8::ecdsa_verify(published, request.data(), c.signed_len,
+    ASSERT_EQ(ref::wapi192_public_key(GeneratePrivateKey), published) << "pick another generator seed";
+    EXPECT_TRUE(ref::wapi192_verify(published, request.data(), c.signed_len,
                                    parts.back().value.data()));
     if (c.signed_len != request.size() - 52) {
-        EXPECT_FALSE(m7m8::ecdsa_verify(published, request.data(), request.size() - 52,
+        EXPECT_FALSE(ref::wapi192_verify(published, request.data(), request.size() - 52,
                                         parts.back().value.data()));
     }
 }
@@ -293,16 +252,16 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     int consistent = 0, shortened = 0;
     for (uint32_t seed = 1; seed <= 40; ++seed) {
         SetUp();
-        lcg_seed(seed);
+        testdet::make_deterministic(seed);
         const Built b = build();
         const Bytes s = check_common(b);
         std::vector<Attr> attrs, parts;
-        ASSERT_TRUE(m7m8::parse(s.data(), s.size(), attrs));
-        ASSERT_TRUE(m7m8::parse(attrs[2].value.data(), attrs[2].value.size(), parts));
+        ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
+        ASSERT_TRUE(testwire::parse(attrs[2].value.data(), attrs[2].value.size(), parts));
         const Bytes published(g_MyMsgInfo.GeneratePublicKey, g_MyMsgInfo.GeneratePublicKey + 48);
-        const bool verified = m7m8::ecdsa_verify(published, attrs[2].value.data(), 52,
+        const bool verified = ref::wapi192_verify(published, attrs[2].value.data(), 52,
                                                  parts.back().value.data());
-        if (public_key_of(GeneratePrivateKey) == published) {
+        if (ref::wapi192_public_key(GeneratePrivateKey) == published) {
             EXPECT_TRUE(verified) << "seed " << seed;
             ++consistent;
         } else {
@@ -313,13 +272,25 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     EXPECT_GT(consistent, 30);
 }
 
+// On every path that signs, a failed chip signature fails the build and keeps the previous
+// message (no service client exists in this process, so the chip always fails here).
 TEST_F(M7Test, SecureChipFailureReturnsFalseAndKeepsThePreviousMessage) {
-    g_IsDoSecureChip = 1;  // no service client exists in this process
-    uint8_t out[2048];
-    uint32_t len = 0;
-    EXPECT_FALSE(BuildMessageM7(out, &len));
-    EXPECT_EQ(g_PrevMsgLen, 40);
-    EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, prev_.data(), prev_.size()));
+    struct Case {
+        uint8_t certificate_mode;
+        bool identity;
+    };
+    for (const Case c : {Case{1, false}, Case{1, true}, Case{2, true}}) {
+        SetUp();
+        CertificateMode = c.certificate_mode;
+        if (c.identity) register_identities({{kUuidR[0], 10, 0x11}});
+        g_IsDoSecureChip = 1;
+        uint8_t out[2048];
+        uint32_t len = 0;
+        EXPECT_FALSE(BuildMessageM7(out, &len)) << int(c.certificate_mode) << c.identity;
+        EXPECT_EQ(g_PrevMsgLen, 40);
+        EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, prev_.data(), prev_.size()));
+        TearDown();
+    }
 }
 
 }  // namespace

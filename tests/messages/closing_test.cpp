@@ -1,5 +1,5 @@
 // Done, ACK and NACK bodies.
-#include "engine_fixture.h"
+#include "engine/engine_fixture.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "platform/platform.h"
 #include "signing/curve192.h"
 
-namespace exchange_test {
+namespace testdet {
 
 inline uint32_t g_lcg = 1;
 inline uint32_t g_seed_base = 0;
@@ -33,4 +33,4 @@ inline void restore_randomness() {
     platform::set_time_source(nullptr, nullptr);
 }
 
-}  // namespace exchange_test
+}  // namespace testdet
