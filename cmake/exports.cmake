@@ -50,13 +50,14 @@ foreach(_line IN LISTS _lines)
 endforeach()
 _wapiwps_compare("src/wapiwps.map" "${_names}")
 
-# wapiwps.h: every declaration "WAPIWPS_API <type> Name(" that starts a line.
+# wapiwps.h: every declaration "WAPIWPS_API <type> [WAPIWPS_CALL] Name(" that starts a line
+# (the name may begin the next line).
 file(READ ${_header} _text)
-string(REGEX MATCHALL "\n[ \t]*WAPIWPS_API[^;(#]*[ *][A-Za-z_][A-Za-z0-9_]*[ \t]*\\(" _decls
+string(REGEX MATCHALL "\n[ \t]*WAPIWPS_API[^;(#]*[ \t\n*][A-Za-z_][A-Za-z0-9_]*[ \t]*\\(" _decls
        "${_text}")
 set(_names "")
 foreach(_decl IN LISTS _decls)
-    string(REGEX REPLACE ".*[ *]([A-Za-z_][A-Za-z0-9_]*)[ \t]*\\($" "\\1" _name "${_decl}")
+    string(REGEX REPLACE ".*[ \t\n*]([A-Za-z_][A-Za-z0-9_]*)[ \t]*\\($" "\\1" _name "${_decl}")
     list(APPEND _names ${_name})
 endforeach()
 _wapiwps_compare("the WAPIWPS_API declarations of include/wapiwps.h" "${_names}")
