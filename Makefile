@@ -1,7 +1,13 @@
 # Convenience entry points; everything real is CMake + Ninja + CTest.
 #   make demo    build the command-line host and run its demo exchange
-#   make test    install missing packages, then build and test with g++, clang (ASan+UBSan) and
-#                mingw-w64 (under Wine); prints one line per configuration and the totals
+#   make test    install missing packages, then build and test with g++ (Debug, and Release with
+#                the installed tree, the host projects and the .debs), clang (ASan+UBSan, TSan)
+#                and mingw-w64 x64 and x86 (under Wine); one line per configuration and totals
+#   make package Release builds (as a consumer builds: warnings not errors):
+#                build/package-linux/packages/*.deb (libwapiwps1, libwapiwps-dev,
+#                wapiwps-tools) and build/package-win{64,32}/packages/*.zip
+#   make install-wireshark-plugin   copy the WAPI-flavour dissector to the personal Lua plugin
+#                folder (~/.local/lib/wireshark/plugins)
 #   make bench   build and run the benchmarks (Release)
 #   make fuzz    build the fuzz targets with clang + libFuzzer and run each for FUZZ_SECONDS
 #   make soak    SOAK_COUNT whole exchanges in every mode under ASan+LSan, then
@@ -13,7 +19,10 @@ SOAK_COUNT ?= 10000
 SOAK_VALGRIND_COUNT ?= 1000
 export JOBS BUILD_TYPE
 
-.PHONY: all deps test test-linux test-asan test-tsan test-windows demo bench fuzz soak clean
+PLUGIN_DIR ?= $(HOME)/.local/lib/wireshark/plugins
+
+.PHONY: all deps test test-linux test-release test-asan test-tsan test-windows test-windows32 \
+	demo bench fuzz soak package install-wireshark-plugin clean
 
 all: demo
 
@@ -23,7 +32,7 @@ deps:
 test: deps
 	scripts/test-all.sh
 
-test-linux test-asan test-tsan test-windows: deps
+test-linux test-release test-asan test-tsan test-windows test-windows32: deps
 	CONFIGS=$(@:test-%=%) scripts/test-all.sh
 
 # The demo has its own build folder without tests, so a fresh machine needs only a few packages.

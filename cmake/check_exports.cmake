@@ -1,6 +1,10 @@
-# Checks a shared library's export table against a list, and on Windows its DLL imports.
+# Checks a shared library's export table against a list: on ELF every export also carries a
+# WAPIWPS_<major>.<minor> symbol version; on Windows the DLL's machine type and its imports.
 #   cmake -DKIND=elf|pe -DTOOL=<nm|objdump> -DLIBRARY=<file> -DEXPECTED=a,b,c
-#         [-DALLOWED_DLLS=x.dll,y.dll,prefix-*] -P check_exports.cmake
+#         [-DALLOWED_DLLS=x.dll,y.dll,prefix-*] [-DMACHINE=x86_64|i686] [-DVERSION=1.2.3]
+#         [-DIMPORT_LIB=wapiwps.lib -DNM=llvm-nm] -P check_exports.cmake
+# On Windows also: no .debug_* sections (they live in the .debug file), a VERSIONINFO resource
+# with VERSION, and an MSVC import library with an __imp_ symbol for every export.
 string(REPLACE "," ";" expected "${EXPECTED}")
 list(SORT expected)
 
@@ -15,10 +19,14 @@ if(KIND STREQUAL "elf")
     foreach(line IN LISTS lines)
         # "<address> <type> <name>": code and data symbols; the version-node symbol (type A)
         # and the loader's own (_init, _fini) are not exports of ours.
-        if(line MATCHES "^[0-9a-fA-F]+ [TtDdBbRrVWiu] ([^ @]+)")
+        if(line MATCHES "^[0-9a-fA-F]+ [TtDdBbRrVWiu] ([^ @]+)(@@)?([^ ]*)")
             set(name ${CMAKE_MATCH_1})
+            set(version ${CMAKE_MATCH_3})
             if(NOT name MATCHES "^(_init|_fini)$")
                 list(APPEND found ${name})
+                if(NOT version MATCHES "^WAPIWPS_[0-9]+\\.[0-9]+$")
+                    message(SEND_ERROR "${name} has no WAPIWPS_ symbol version ('${version}')")
+                endif()
             endif()
         endif()
     endforeach()
@@ -43,6 +51,57 @@ else()
             list(APPEND imports ${CMAKE_MATCH_1})
         endif()
     endforeach()
+
+    # Machine type: "file format pei-x86-64" or "pei-i386".
+    if(MACHINE)
+        set(format pei-i386)
+        if(MACHINE STREQUAL "x86_64")
+            set(format pei-x86-64)
+        endif()
+        if(NOT out MATCHES "file format ${format}\n")
+            message(SEND_ERROR "${LIBRARY} is not a ${MACHINE} DLL (${format})")
+        endif()
+        message(STATUS "machine: ${format}")
+    endif()
+
+    # Stripped, with its debug information only behind .gnu_debuglink.
+    execute_process(COMMAND ${TOOL} -h ${LIBRARY} OUTPUT_VARIABLE sections)
+    if(sections MATCHES " (\\.debug_[a-z_]+) ")
+        message(SEND_ERROR "${LIBRARY} still has debug section ${CMAKE_MATCH_1}")
+    endif()
+
+    # VERSIONINFO: its strings are UTF-16LE; FileVersion is followed by the version.
+    if(VERSION)
+        file(READ ${LIBRARY} image HEX)
+        set(utf16 "")
+        foreach(text "FileVersion" "${VERSION}")
+            string(HEX "${text}" h)
+            string(REGEX REPLACE "(..)" "\\100" h "${h}")
+            string(APPEND utf16 "${h};")
+        endforeach()
+        list(GET utf16 0 key)
+        list(GET utf16 1 value)
+        if(NOT image MATCHES "${key}(00)+${value}")
+            message(SEND_ERROR "${LIBRARY} has no VERSIONINFO FileVersion ${VERSION}")
+        endif()
+    endif()
+
+    # The MSVC import library: one __imp_ symbol per export (x86 names carry the C underscore).
+    if(IMPORT_LIB)
+        execute_process(COMMAND ${NM} ${IMPORT_LIB} OUTPUT_VARIABLE symbols RESULT_VARIABLE rc)
+        if(NOT rc EQUAL 0)
+            message(SEND_ERROR "${NM} failed on ${IMPORT_LIB}")
+        endif()
+        set(underscore "")
+        if(MACHINE STREQUAL "i686")
+            set(underscore "_")
+        endif()
+        foreach(name IN LISTS expected)
+            if(NOT symbols MATCHES " __imp_${underscore}${name}\n")
+                message(SEND_ERROR "${IMPORT_LIB} has no __imp_${underscore}${name}")
+            endif()
+        endforeach()
+    endif()
 
     # Imports: each must be allowed (exactly, case-insensitive, or by a trailing-* prefix).
     string(REPLACE "," ";" allowed "${ALLOWED_DLLS}")

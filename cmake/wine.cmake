@@ -1,14 +1,20 @@
 # Windows builds: run test programs under Wine, and put the runtime DLLs that zev.dll needs
 # (libgcrypt and libgpg-error) beside the programs in bin/.
-find_program(WAPIWPS_WINE NAMES wine64 wine PATHS /usr/lib/wine NO_CMAKE_FIND_ROOT_PATH)
+# x86 programs need the wine launcher, which picks the 32-bit loader (wine32:i386).
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    find_program(WAPIWPS_WINE32 NAMES wine NO_CMAKE_FIND_ROOT_PATH)
+    set(WAPIWPS_WINE ${WAPIWPS_WINE32})
+else()
+    find_program(WAPIWPS_WINE NAMES wine64 wine PATHS /usr/lib/wine NO_CMAKE_FIND_ROOT_PATH)
+endif()
 find_program(WAPIWPS_WINESERVER NAMES wineserver64 wineserver PATHS /usr/lib/wine
              NO_CMAKE_FIND_ROOT_PATH)
 if(WAPIWPS_WINE AND WAPIWPS_WINESERVER)
-    set(WAPIWPS_WINEPREFIX ${CMAKE_BINARY_DIR}/wineprefix)
-    configure_file(${PROJECT_SOURCE_DIR}/cmake/wine-run.in ${CMAKE_BINARY_DIR}/wine-run @ONLY
+    set(WAPIWPS_WINEPREFIX ${PROJECT_BINARY_DIR}/wineprefix)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/wine-run.in ${PROJECT_BINARY_DIR}/wine-run @ONLY
                    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ
                                     GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-    set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_BINARY_DIR}/wine-run)
+    set(CMAKE_CROSSCOMPILING_EMULATOR ${PROJECT_BINARY_DIR}/wine-run)
 else()
     message(WARNING "Wine not found: Windows test programs are built but cannot run")
 endif()

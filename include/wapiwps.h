@@ -23,6 +23,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "wapiwps_version.h" /* WAPIWPS_VERSION_MAJOR, _MINOR, _PATCH, _STRING */
+
 #if defined(_WIN32)
 #if defined(WAPIWPS_BUILDING)
 #define WAPIWPS_API __declspec(dllexport)
@@ -376,6 +378,13 @@ WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetSecureChipPeerPolicy(uint32_t accoun
                                                                  const char* const* extraAccounts,
                                                                  uint32_t extraCount);
 WAPIWPS_API int32_t WAPIWPS_CALL WapiWps_SetSecureChipTimeout(uint32_t milliseconds);
+
+/*
+ * Extension: the library's version as "MAJOR.MINOR.PATCH", a static NUL-terminated string.
+ * Compare it with WAPIWPS_VERSION_STRING (wapiwps_version.h) to see whether the library loaded at
+ * run time is the one the host was built against; hosts built for 1.x work with every 1.y.
+ */
+WAPIWPS_API const char* WapiWps_Version(void);
 
 #ifdef __cplusplus
 }

@@ -37,6 +37,8 @@ int main(void) {
     uint32_t out_len = 0xFFFFFFFFu;
     int32_t result;
 
+    /* The library loaded is the version of the header. */
+    CHECK(strcmp(WapiWps_Version(), WAPIWPS_VERSION_STRING) == 0);
     CHECK(WapiWps_SetTraceCallback(on_trace, &g_lines, 0) == 0);
     SetDeviceInfo(uuid, name);
 

@@ -14,6 +14,8 @@
 #endif
 
 namespace cli {
+
+#if defined(WAPIWPS_CLI_CHIPSIM)
 namespace {
 
 // Linux lists every socket bound to a path in /proc/net/unix; a connection accepted by the
@@ -33,6 +35,7 @@ int sockets_on_path(const std::string& path) {
 }
 
 }  // namespace
+#endif
 
 struct ChipService::Impl {
     std::string dir;

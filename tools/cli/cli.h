@@ -29,6 +29,7 @@ enum class Command { None, Demo, Enroll, Registrar, Decode, Replay };
 struct Options {
     Command command = Command::None;
     bool help = false;
+    bool version = false;  // --version: print the library's version
     uint32_t wps_mode = 3;           // 1 Wi-Fi flavour, 2 WAPI pre-shared key, 3 certificate
     std::optional<std::string> pin;  // absent: push-button password "00000000"
     std::optional<std::string> registrar_pin;  // demo: the registrar holds another password
@@ -116,7 +117,7 @@ constexpr int kLinkLinuxCooked2 = 276;
 Packet capture_packet(int linktype, std::span<const uint8_t> data, size_t number);
 
 // ---- pcap output -----------------------------------------------------------------------------
-// Writes frames as Ethernet/EAPOL packets to a pcap file (libpcap's dump writer, DLT_EN10MB).
+// Writes frames as Ethernet/EAPOL packets to a pcap file (the classic format, DLT_EN10MB).
 class PcapWriter {
   public:
     PcapWriter() = default;
@@ -124,14 +125,13 @@ class PcapWriter {
     PcapWriter(const PcapWriter&) = delete;
     PcapWriter& operator=(const PcapWriter&) = delete;
     bool open(const std::string& path, std::string& error);
-    bool is_open() const { return dumper_ != nullptr; }
+    bool is_open() const { return file_ != nullptr; }
     void write(const Mac& dst, const Mac& src, std::span<const uint8_t> eapol);
     // Flushes and closes the file. False, with `error`, when any frame could not be written.
     bool close(std::string& error);
 
   private:
-    void* dead_ = nullptr;    // pcap_t*
-    void* dumper_ = nullptr;  // pcap_dumper_t*
+    void* file_ = nullptr;  // std::FILE*
     std::string path_;
     bool failed_ = false;
 };

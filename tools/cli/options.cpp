@@ -19,7 +19,8 @@ constexpr const char* kMainUsage =
     "  replay     feed a capture's registrar frames to the library and say where it stops\n"
     "\n"
     "'wapiwps <command> --help' describes the options of each command. Options take their\n"
-    "value as the next argument or after '=' (--mode=psk).\n"
+    "value as the next argument or after '=' (--mode=psk). 'wapiwps --version' prints the\n"
+    "version of the library in use.\n"
     "\n"
     "exit codes: 0 success, 1 exchange failed or refused, 2 usage error, 3 timeout,\n"
     "            4 interface or pcap error, 5 library or secure-chip set-up error\n";
@@ -209,6 +210,9 @@ bool parse_options(const std::vector<std::string>& raw, Options& opt, std::strin
         opt.command = Command::Replay;
     else if (cmd == "--help" || cmd == "-h" || cmd == "help") {
         opt.help = true;
+        return true;
+    } else if (cmd == "--version") {
+        opt.version = true;
         return true;
     } else {
         error = "unknown command '" + cmd + "'";
