@@ -14,32 +14,6 @@ using cryptotest::Bytes;
 using cryptotest::bytes_of;
 using cryptotest::FakeClock;
 
-TEST(ResetPartyKeyInfo, ClearsExactlyTheListedFields) {
-    PartyKeyInfo record;
-    std::memset(&record, 0xA5, sizeof(record));
-    record.KdfLabel = nullptr;
-    ResetPartyKeyInfo(record);
-    EXPECT_EQ(record.SimpleConfigState, 1);
-    EXPECT_EQ(record.Identifier, 0xA5) << "the identifier byte is not touched";
-    EXPECT_EQ(record.AssociationState, 0);
-    EXPECT_EQ(bytes_of(record.Nonce, 16), Bytes(16, 0));
-    EXPECT_EQ(bytes_of(record.PublicKey, 64), Bytes(64, 0));
-    // Kept until the next key generation overwrites them.
-    EXPECT_EQ(bytes_of(record.PrivateKey, 32), Bytes(32, 0xA5));
-    EXPECT_EQ(bytes_of(record.TempPrivateKey, 32), Bytes(32, 0xA5));
-    EXPECT_EQ(bytes_of(record.TempPublicKey, 64), Bytes(64, 0xA5));
-    for (const auto& [p, n] : std::initializer_list<std::pair<const uint8_t*, size_t>>{
-             {record.Hash1, 32}, {record.Hash2, 32}, {record.SecretNonce1, 16}, {record.SecretNonce2, 16},
-             {record.Psk1, 32}, {record.Psk2, 32}, {record.SharedSecret, 32}, {record.Authenticator, 8},
-             {record.AuthKey, 32}, {record.KeyWrapKey, 16}, {record.Emsk, 32}, {record.Kdk, 32},
-             {record.DhKey, 32}, {record.LastIv, 16}})
-        EXPECT_EQ(bytes_of(p, n), Bytes(n, 0));
-    ASSERT_NE(record.KdfLabel, nullptr);
-    EXPECT_STREQ(record.KdfLabel, "Wi-Fi Easy and Secure Key Derivation");
-}
-
-TEST(Session, OpenedAtProcessAttach) { EXPECT_NE(g_phSessionHandle, nullptr); }
-
 TEST(InitSession, ThreeDrawsWithinOneSecondAreEqual) {
     FakeClock::install(1600000000, false);
     ASSERT_TRUE(InitSession());

@@ -102,17 +102,6 @@ TEST(HmacSm3, InputLargerThanTheScratchIsRefusedWithAZeroMac) {
     EXPECT_EQ(bytes_of(out, 32), Bytes(32, 0));
 }
 
-TEST(HmacSm3, ClosedLibraryCallIsBracketedByItsTraceLines) {
-    char handle[32];
-    std::snprintf(handle, sizeof(handle), "%x", session_handle_trace());
-    cryptotest::TraceCapture capture;
-    uint8_t key[32] = {}, out[32];
-    HmacSHA256(key, 32, key, 32, out);
-    ASSERT_EQ(capture.lines.size(), 2u);
-    EXPECT_EQ(capture.lines[0], std::string("Start HmacSHA256 ZEV_HMAC_SM3==") + handle + ".\r\n");
-    EXPECT_EQ(capture.lines[1], std::string("End HmacSHA256 ZEV_HMAC_SM3==") + handle + ".\r\n");
-}
-
 TEST_F(KeySchedule, DhKeyIsTheSm3OfTheAgreedKey) {
     EXPECT_TRUE(GenerateDHKey(g_EnrolleeKeys));
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.DhKey, 32),

@@ -196,17 +196,6 @@ TEST_F(SecureChipTest, LongReplyRestLongerThanOneReadTakesTwoReads) {
     EXPECT_EQ(log_.snapshot(), (std::vector<int32_t>{1}));
 }
 
-TEST_F(SecureChipTest, TransactCopiesFixedSizeOfZeroedBuffer) {
-    uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 2};
-    Bytes dest(1024, 0xEE);
-    ASSERT_EQ(SecureChipTransact(client_, request, sizeof request, 1024, dest.data()), 0);
-    EXPECT_EQ(Bytes(dest.begin(), dest.begin() + 8), (Bytes{0, 0, 0, 0, 0, 0, 0, 56}));
-    auto key = sim_->public_key(2);
-    EXPECT_TRUE(std::equal(key.begin(), key.end(), dest.begin() + 8));
-    EXPECT_EQ(dest[56], 0);  // past the answer: the zeroed receive buffer
-    EXPECT_EQ(dest[1023], 0);
-}
-
 TEST_F(SecureChipTest, TransactCopySizeOverReceiveBufferReturnsOneWithoutCopy) {
     uint8_t request[12] = {0, 0, 0, 7, 0, 0, 0, 4, 0, 0, 0, 0};
     uint8_t dest[8];
@@ -286,30 +275,6 @@ TEST(SecureChipNoService, TransactWithoutPipeFailsAndReportsNothing) {
     EXPECT_EQ(svr_ExportSignPublicKey_ECC(client, 0, 48, dest), -1);
     EXPECT_TRUE(log.snapshot().empty());
     DestroySecureChipClient(client);
-}
-
-// The watcher's ways out, run on the calling thread: no client, a cleared running flag, a
-// running event that could not be had (the wait fails), and the stop event.
-TEST(SecureChipWatch, EndsWithTheDocumentedExitCodes) {
-    EXPECT_EQ(SecureChipWatchThread(nullptr), 0);
-
-    auto* idle = new SecureChipClient;  // running 0
-    EXPECT_EQ(SecureChipWatchThread(idle), 0);
-
-    auto* no_event = new SecureChipClient;
-    no_event->running.store(1);
-    no_event->hStopEvent = platform::chip_stop_event_create();
-    ASSERT_NE(no_event->hStopEvent, nullptr);
-    EXPECT_EQ(SecureChipWatchThread(no_event), -1);
-    EXPECT_EQ(no_event->connected, 0);
-
-    auto* stopped = new SecureChipClient;
-    stopped->running.store(1);
-    stopped->hStopEvent = platform::chip_stop_event_create();
-    ASSERT_EQ(OpenSecureChipRunningEvent(stopped), 0);
-    platform::chip_stop_event_set(stopped->hStopEvent);
-    EXPECT_EQ(SecureChipWatchThread(stopped), 0);
-    for (SecureChipClient* c : {idle, no_event, stopped}) DestroySecureChipClient(c);
 }
 
 TEST(SecureChipNoClient, BothStubsAndWrappersFailWithoutTouchingAnything) {

@@ -136,7 +136,7 @@ TEST(BigNum, BytesToLimbs) {
 }
 
 TEST_F(BigNumRandom, AddSubCompareMulAgainstLibgcrypt) {
-    for (int i = 0; i < loops(5000); ++i) {
+    for (int i = 0; i < loops(500); ++i) {
         const BigNum a = random_bn(rng, 7), b = random_bn(rng, 7);
         BigNum r;
         bn_add(r, a, b);
@@ -159,7 +159,7 @@ TEST_F(BigNumRandom, AddSubCompareMulAgainstLibgcrypt) {
 }
 
 TEST_F(BigNumRandom, ModAgainstLibgcrypt) {
-    for (int i = 0; i < loops(5000); ++i) {
+    for (int i = 0; i < loops(500); ++i) {
         const BigNum a = random_bn(rng, 12);
         BigNum m = random_bn(rng, 7);
         if (bn_is_zero(m)) continue;
@@ -182,7 +182,7 @@ TEST_F(BigNumRandom, ModCornersWithQuotientCorrection) {
     const BigNum& n = curve_params().n;
     const BigNum* moduli[] = {&p, &n};
     for (const BigNum* m : moduli) {
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 500; ++i) {
             BigNum a = random_bn(rng, 12);
             BigNum mm = *m;
             if (i % 3 == 0) {  // a = q*m - small
@@ -204,7 +204,7 @@ TEST_F(BigNumRandom, ModCornersWithQuotientCorrection) {
 TEST_F(BigNumRandom, ModularInverseAgainstLibgcrypt) {
     const BigNum& p = curve_params().p;
     const BigNum& n = curve_params().n;
-    for (int i = 0; i < loops(2000); ++i) {
+    for (int i = 0; i < loops(500); ++i) {
         const BigNum& m = (i % 2) ? p : n;
         const BigNum a = random_bn(rng, 7);
         BigNum r;
@@ -237,7 +237,7 @@ TEST_F(BigNumRandom, ModMulThroughThePointerAgainstLibgcrypt) {
     const BigNum& p = curve_params().p;
     ModMulFn mul = curve_mod_mul();
     ASSERT_NE(mul, nullptr);
-    for (int i = 0; i < loops(5000); ++i) {
+    for (int i = 0; i < loops(500); ++i) {
         const BigNum a = random_below(rng, p), b = random_below(rng, p);
         BigNum r;
         mul(r, a, b);

@@ -52,11 +52,6 @@ class WithFakeClock : public ::testing::Test {
     int32_t saved_counter_ = 0;
 };
 
-std::vector<std::string> g_trace;
-void collect_trace(void*, const char* line) {
-    g_trace.emplace_back(line);
-}
-
 }  // namespace
 
 TEST(EcdsaVectors, FixedNonceSignatures) {
@@ -192,27 +187,6 @@ TEST(Ecdsa, OddArgumentsNeverCrash) {
     bn_zero(zero);
     EXPECT_EQ(sign_with_explicit_k(sig, msg, 3, limbs, 6, zero), 0);
     EXPECT_EQ(sign_with_explicit_k(sig, msg, 3, limbs, 6, curve_params().n), 0);
-}
-
-TEST(Ecdsa, TraceLinesInOrder) {
-    g_trace.clear();
-    trace_set_callback(collect_trace, nullptr, false);
-    const uint8_t msg[1] = {0};
-    uint32_t limbs[6] = {1, 2, 3, 4, 5, 6};
-    uint8_t sig[kSignatureBytes];
-    Sign_With_Private_Key(sig, msg, 1, limbs, 6);
-    uint8_t d[24] = {}, x[24] = {}, y[24] = {};
-    GenPrivateKeyAndPublicKey(d, x, y);
-    trace_set_callback(nullptr, nullptr, false);
-    const std::vector<std::string> want = {"enter Sign_With_Private_Key.\r\n",
-                                           "after do while.\r\n", "out Sign_With_Private_Key.\r\n",
-                                           "GenPrivateKeyAndPublicKey success.\r\n"};
-    std::vector<std::string> ours;
-    for (const auto& l : g_trace) {
-        for (const auto& w : want)
-            if (l == w) ours.push_back(l);
-    }
-    EXPECT_EQ(ours, want);
 }
 
 TEST_F(WithFakeClock, RandomScalarFollowsTheClockAndTheCounter) {
