@@ -163,11 +163,12 @@ TEST_P(Security, TwoRunsInOneSecondAgainstPinAndKeyRecovery) {
     // After the runs' closing EAP-Failure no run secret is left.
     for (const Field& f : run_secret_fields()) EXPECT_TRUE(all_zero(f)) << f.name;
     // Within one second the compatible source repeats one 16-byte value everywhere.
-    std::set<Bytes> values;
+    // Kept as text: g++ 12 at -O3 warns falsely inside std::vector's ordering.
+    std::set<std::string> values;
     for (const RunValues& v : runs)
         for (const Bytes* b : {&v.n1, &v.es1, &v.es2, &v.iv_m5, &v.iv_m7}) {
             ASSERT_EQ(b->size(), 16u);
-            values.insert(*b);
+            values.insert(std::string(b->begin(), b->end()));
         }
     EXPECT_EQ(values.size(), system ? 10u : 1u);
 
