@@ -26,6 +26,11 @@ constexpr char KDF_LABEL[] = "Wi-Fi Easy and Secure Key Derivation";  // 36 char
 uint32_t session_handle_trace();
 
 // ---- HMAC-SM3 and the key schedule ---------------------------------------------------------
+// Sizes every message that carries these values shares.
+constexpr size_t kMacLen = 32;           // one HMAC-SM3 output
+constexpr size_t kHashLen = 32;          // E-Hash/R-Hash values
+constexpr size_t kAuthenticatorLen = 8;  // the Authenticator: the first 8 bytes of an HMAC
+constexpr size_t kIvLen = 16;            // one Encrypted Settings IV (an SMS4 block)
 constexpr size_t kHmacScratchLen = 8192;  // holds the largest previous + current message pair
 extern uint8_t g_HmacScratch[kHmacScratchLen];
 

@@ -8,7 +8,6 @@
 #include "zev.h"
 
 namespace {
-constexpr uint32_t kMacLen = 32;
 }  // namespace
 
 uint8_t g_HmacScratch[kHmacScratchLen];

@@ -10,9 +10,7 @@
 namespace {
 
 constexpr size_t kKeyLen = 32;
-constexpr size_t kMacLen = 32;
 constexpr size_t kPskPrefixLen = 16;  // only the first half of each PSK enters the hashes
-constexpr size_t kAuthenticatorLen = 8;
 constexpr size_t kAuthenticatorAttrLen = 12;  // 4-byte header + 8-byte value, always last
 constexpr size_t kMacAddressLen = 6;
 constexpr size_t kKdfLabelLen = 36;

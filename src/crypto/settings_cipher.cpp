@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr size_t kIvLen = 16;
 constexpr size_t kWorkLen = 2048;  // largest plaintext an Encrypted Settings value may open to
 constexpr size_t kMaxPlainLen = 0xFFFF - kIvLen;
 

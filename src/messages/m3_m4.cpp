@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr size_t kHashLen = 32;
-constexpr size_t kMacLen = 32;
-constexpr size_t kAuthenticatorLen = 8;
 constexpr size_t kWorkLen = 2048;
 
 constexpr size_t kM3Len = 6 * kTlvHeaderLen + 1 + 1 + kNonceLen + 2 * kHashLen + kAuthenticatorLen;

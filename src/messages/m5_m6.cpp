@@ -10,9 +10,6 @@
 
 namespace {
 
-constexpr size_t kMacLen = 32;
-constexpr size_t kIvLen = 16;
-constexpr size_t kAuthenticatorLen = 8;
 constexpr size_t kWorkLen = 2048;
 constexpr size_t kPlainBufLen = 128;
 constexpr size_t kSealedBufLen = 1024;

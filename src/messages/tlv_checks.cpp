@@ -11,9 +11,6 @@
 
 namespace {
 
-constexpr size_t kHashLen = 32;
-constexpr size_t kMacLen = 32;
-constexpr size_t kAuthenticatorLen = 8;
 constexpr size_t kSettingsNonceOffset = 4;
 constexpr size_t kSettingsKwaCovered = 20;
 constexpr size_t kSettingsKwaOffset = 24;
