@@ -32,94 +32,60 @@ TEST_F(Exchange, M5LayoutAndSealedSettings) {
 }
 
 TEST_F(Exchange, M5WifiFlavourSendsAnEmptyEncryptedSettings) {
-    through_m3(WIFI_WPS);
-    // Wi-Fi M4 cannot pass (its settings open to nothing), so M5 is built on M3 as previous.
-    const Bytes body = build(BuildMessageM5);
+    through_m5(WIFI_WPS);
     const Bytes expected_start = cat({tlv(0x104A, {0x10}), tlv(0x1022, {0x09}), tlv(0x1039, reg.nonce), tlv(0x1018, {})});
-    ASSERT_EQ(body.size(), expected_start.size() + 12);
-    EXPECT_EQ(head(body, expected_start.size()), expected_start);
+    ASSERT_EQ(m5.size(), expected_start.size() + 12);
+    EXPECT_EQ(head(m5, expected_start.size()), expected_start);
 }
 
-using Mutation = void (*)(std::vector<Attr>&, const Registrar&);
-
-struct M6Case {
-    const char* name;
-    Mutation mutate;
-    int32_t code;
-    const char* line;
-    bool authenticate = true;
-};
-
-void reseal(std::vector<Attr>& a, const Registrar& r, const Bytes& plain) {
-    find_attr(a, ATTR_ENCR_SETTINGS)->value = r.seal(plain);
-}
-
-const M6Case kM6Cases[] = {
-    {"NoAuthenticator", [](auto&, const auto&) {}, -53, nullptr, false},
-    {"NoVersion", [](auto& a, const auto&) { remove_attr(a, ATTR_VERSION); }, -55, nullptr},
-    {"MessageTypeM4", [](auto& a, const auto&) { find_attr(a, ATTR_MSG_TYPE)->value = {WPS_MSG_TYPE_M4}; }, -56, nullptr},
-    {"WrongEnrolleeNonce", [](auto& a, const auto&) { find_attr(a, ATTR_ENROLLEE_NONCE)->value[3] ^= 1; }, -57, nullptr},
-    {"NoEncryptedSettings", [](auto& a, const auto&) { remove_attr(a, ATTR_ENCR_SETTINGS); }, -58, nullptr},
-    {"PadValueBeyondTheLength",
+const ParserCase kM6Cases[] = {
+    {6, "NoAuthenticator", [](auto&, auto&) {}, -53, nullptr, Auth::kUnsigned},
+    {6, "AuthenticatorMismatch", [](auto&, auto&) {}, -54, nullptr, Auth::kTampered},
+    {6, "NoVersion", [](auto& a, auto&) { remove_attr(a, ATTR_VERSION); }, -55},
+    {6, "MessageTypeM4", [](auto& a, auto&) { find_attr(a, ATTR_MSG_TYPE)->value = {WPS_MSG_TYPE_M4}; }, -56},
+    {6, "WrongEnrolleeNonce", [](auto& a, auto&) { find_attr(a, ATTR_ENROLLEE_NONCE)->value[3] ^= 1; }, -57},
+    {6, "NoEncryptedSettings", [](auto& a, auto&) { remove_attr(a, ATTR_ENCR_SETTINGS); }, -58},
+    {6, "PadValueBeyondTheLength",
      [](auto& a, const auto& r) {
-         Bytes p = head(r.m6_settings(), 32);
+         Bytes p = head(r.settings(2), 32);
          p.push_back(0x40);  // 33 bytes whose last byte claims 64 bytes of padding
          reseal(a, r, p);
      }, -59, "pad value is error.\r\n"},
-    {"PadBytesDiffer",
+    {6, "PadBytesDiffer",
      [](auto& a, const auto& r) {
-         Bytes p = r.m6_settings();
+         Bytes p = r.settings(2);
          p[p.size() - 5] = 0x0F;
          reseal(a, r, p);
      }, -59, "pad string is error.\r\n"},
-    {"SettingsOnlyAnIv", [](auto& a, const auto&) { find_attr(a, ATTR_ENCR_SETTINGS)->value = Bytes(16, 7); }, -59,
+    {6, "SettingsOnlyAnIv", [](auto& a, auto&) { find_attr(a, ATTR_ENCR_SETTINGS)->value = Bytes(16, 7); }, -59,
      "pad value is error.\r\n"},
-    {"WrongKeyWrapAuthenticator",
+    {6, "WrongKeyWrapAuthenticator",
      [](auto& a, const auto& r) {
-         Bytes p = r.m6_settings();
+         Bytes p = r.settings(2);
          p[25] ^= 1;
          reseal(a, r, p);
-     }, -59, "Unpack M6 error, error code is -59.\r\n"},
-    {"TooShortOnceThePaddingIsGone",
+     }, -59},
+    {6, "TooShortOnceThePaddingIsGone",
      [](auto& a, const auto& r) {
-         Bytes p = head(r.m6_settings(), 20);
+         Bytes p = head(r.settings(2), 20);
          p.insert(p.end(), 12, 12);
          reseal(a, r, p);
-     }, -59, "Unpack M6 error, error code is -59.\r\n"},
-    {"RS2DoesNotMatchRHash2",
-     [](auto& a, const auto& r) { reseal(a, r, settings_plain(ATTR_R_SNONCE2, Bytes(16, 0x98), r.auth_key)); }, -60,
-     nullptr},
+     }, -59},
+    {6, "RS2DoesNotMatchRHash2",
+     [](auto& a, const auto& r) { reseal(a, r, settings_plain(tlv(ATTR_R_SNONCE2, Bytes(16, 0x98)), r.auth_key)); }, -60},
+    {6, "WifiFlavourFailsOnThePadding", [](auto&, auto&) {}, -59, "pad value is error.\r\n", Auth::kSigned, WIFI_WPS},
     // Accepted variants.
-    {"PadValueZeroRemovesNothing",
+    {6, "PadValueZeroRemovesNothing",
      [](auto& a, const auto& r) {
-         Bytes p = head(r.m6_settings(), 32);
+         Bytes p = head(r.settings(2), 32);
          p.insert(p.end(), 16, 0x00);
          reseal(a, r, p);
-     }, 0, nullptr},
-    {"InnerTypesNotExamined",
-     [](auto& a, const auto& r) { reseal(a, r, settings_plain(0x1234, r.r_s2, r.auth_key)); }, 0, nullptr},
+     }, 0},
+    {6, "InnerTypesNotExamined",
+     [](auto& a, const auto& r) { reseal(a, r, settings_plain(tlv(0x1234, r.r_s2), r.auth_key)); }, 0},
 };
 
-class M6Checks : public Exchange, public ::testing::WithParamInterface<M6Case> {};
-
-TEST_P(M6Checks, CodeAndLine) {
-    const M6Case& c = GetParam();
-    through_m5();
-    std::vector<Attr> attrs = reg.m6_attrs(reg.m6_settings());
-    c.mutate(attrs, reg);
-    const Bytes body = c.authenticate ? reg.authenticated(encode(attrs)) : encode(attrs);
-    expect_verdict("M6", m6, body, c.code, c.line);
-}
-
-INSTANTIATE_TEST_SUITE_P(Steps, M6Checks, ::testing::ValuesIn(kM6Cases),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(Exchange, M6AuthenticatorMismatch) {
-    through_m5();
-    Bytes body = valid_m6();
-    body.back() ^= 0x80;
-    EXPECT_EQ(m6(body), -54);
-}
+INSTANTIATE_TEST_SUITE_P(M6, ParserChecks, ::testing::ValuesIn(kM6Cases), case_name);
 
 TEST_F(Exchange, M6AcceptedState) {
     through_m5();
@@ -129,14 +95,6 @@ TEST_F(Exchange, M6AcceptedState) {
     EXPECT_EQ(bytes_of(g_EnrolleeKeys.Hash2, 32), reg.r_hash(2)) << "R-Hash2 recomputed into Hash2";
     EXPECT_EQ(bytes_of(g_RegistrarKeys.Authenticator, 8), Bytes(body.end() - 8, body.end()));
     EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), body);
-}
-
-TEST_F(Exchange, M6WifiFlavourFailsOnThePadding) {
-    through_m3(WIFI_WPS);
-    build(BuildMessageM5);
-    TraceCapture trace;
-    EXPECT_EQ(m6(valid_m6()), -59);
-    EXPECT_TRUE(trace.has("pad value is error.\r\n"));
 }
 
 }  // namespace

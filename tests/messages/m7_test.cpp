@@ -1,51 +1,32 @@
 // M7: layout of the body and of the sealed settings in every mode, the signed byte ranges, the
 // identity lookup, and the failure path of the secure chip. Everything the library writes is
 // opened and checked here with libgcrypt.
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "api/context.h"
 #include "common/deterministic.h"
-#include "common/reference.h"
-#include "common/wire.h"
-#include "messages/attributes.h"
-#include "messages/messages.h"
+#include "exchange_fixture.h"
 #include "platform/platform.h"
 #include "wapiwps.h"
 
 namespace {
 
-using testwire::Attr;
-using ref::Bytes;
+using namespace msgtest;
 
 constexpr uint8_t kUuidR[16] = {0x52, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 struct Built {
     Bytes body;
-    std::vector<Attr> attrs;
     Bytes sealed;    // Encrypted Settings value
     Bytes settings;  // opened, padding included
 };
 
-class M7Test : public ::testing::Test {
+class M7Test : public Keyed {
 protected:
     void SetUp() override {
+        Keyed::SetUp();
         testdet::make_deterministic(0);
         g_WPS_mode = WAPI_WPS_CERT;
         g_IsDoSecureChip = 0;
         CertificateMode = 1;
-        for (int i = 0; i < 32; ++i) g_EnrolleeKeys.AuthKey[i] = static_cast<uint8_t>(0xA0 + i);
-        for (int i = 0; i < 16; ++i) {
-            g_EnrolleeKeys.KeyWrapKey[i] = static_cast<uint8_t>(0x30 + i);
-            g_EnrolleeKeys.SecretNonce2[i] = static_cast<uint8_t>(0xE0 + i);
-            g_RegistrarKeys.Nonce[i] = static_cast<uint8_t>(0x70 + i);
-        }
         std::memcpy(UUID_R, kUuidR, 16);
-        std::memset(g_PrevMsgBuf, 0, sizeof g_PrevMsgBuf);
-        for (int i = 0; i < 40; ++i) g_PrevMsgBuf[i] = static_cast<uint8_t>(i * 3);
-        g_PrevMsgLen = 40;
-        prev_ = Bytes(g_PrevMsgBuf, g_PrevMsgBuf + 40);
         SetCertIdentityStruct2(0, nullptr);
     }
     void TearDown() override {
@@ -70,83 +51,46 @@ protected:
 
     Built build() {
         Built b;
-        uint8_t out[2048] = {};
-        uint32_t len = 0;
-        EXPECT_TRUE(BuildMessageM7(out, &len));
-        b.body.assign(out, out + len);
-        EXPECT_TRUE(testwire::parse(out, len, b.attrs));
-        for (const Attr& a : b.attrs)
+        b.body = msgtest::build(BuildMessageM7);
+        std::vector<Attr> attrs;
+        EXPECT_TRUE(testwire::parse(b.body.data(), b.body.size(), attrs));
+        for (const Attr& a : attrs)
             if (a.type == ATTR_ENCR_SETTINGS) b.sealed = a.value;
-        if (b.sealed.size() >= 16) {
-            const Bytes ct(b.sealed.begin() + 16, b.sealed.end());
-            b.settings = ref::sm4_ofb(ref::bytes_of(g_EnrolleeKeys.KeyWrapKey, 16), ref::bytes_of(b.sealed.data(), 16), ct);
-        }
+        if (b.sealed.size() >= 16)
+            b.settings = sm4_ofb(reg.key_wrap_key, head(b.sealed, 16), Bytes(b.sealed.begin() + 16, b.sealed.end()));
         return b;
     }
 
-    // Checks the body frame common to every mode and returns the unpadded settings.
+    // Checks the body (Authenticator over the previous message and the body before it), that it
+    // is now the previous message, and the settings' Key Wrap Authenticator and padding; returns
+    // the settings before the Key Wrap Authenticator.
     Bytes check_common(const Built& b) {
-        EXPECT_EQ(b.attrs.size(), 5u);
-        if (b.attrs.size() != 5) return {};
-        EXPECT_EQ(b.attrs[0].type, ATTR_VERSION);
-        EXPECT_EQ(b.attrs[0].value, Bytes{0x10});
-        EXPECT_EQ(b.attrs[1].type, ATTR_MSG_TYPE);
-        EXPECT_EQ(b.attrs[1].value, Bytes{0x0B});
-        EXPECT_EQ(b.attrs[2].type, ATTR_REGISTRAR_NONCE);
-        EXPECT_EQ(b.attrs[2].value, Bytes(g_RegistrarKeys.Nonce, g_RegistrarKeys.Nonce + 16));
-        EXPECT_EQ(b.attrs[3].type, ATTR_ENCR_SETTINGS);
-        EXPECT_EQ(b.attrs[4].type, ATTR_AUTHENTICATOR);
-        // Authenticator: HMAC over the previous message and this body up to its last attribute.
-        Bytes covered = prev_;
-        covered.insert(covered.end(), b.body.begin(), b.body.end() - 12);
-        const auto mac = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), covered);
-        EXPECT_EQ(b.attrs[4].value, Bytes(mac.begin(), mac.begin() + 8));
-        EXPECT_EQ(0, std::memcmp(g_EnrolleeKeys.Authenticator, mac.data(), 8));
-        // M7 is now the previous message.
-        EXPECT_EQ(g_PrevMsgLen, b.body.size());
-        EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, b.body.data(), b.body.size()));
-        // Padding: value = count, 1..16 bytes.
-        EXPECT_FALSE(b.settings.empty());
-        if (b.settings.empty()) return {};
-        const uint8_t pad = b.settings.back();
-        EXPECT_GE(pad, 1);
-        EXPECT_LE(pad, 16);
-        for (size_t i = b.settings.size() - pad; i < b.settings.size(); ++i)
-            EXPECT_EQ(b.settings[i], pad);
-        EXPECT_EQ(b.settings.size() % 16, 0u);
-        Bytes s(b.settings.begin(), b.settings.end() - pad);
-        // Key Wrap Authenticator: the last attribute, over everything before it.
-        EXPECT_GE(s.size(), 12u);
-        const Bytes before(s.begin(), s.end() - 12);
-        const auto kwa = ref::hmac_sm3(ref::bytes_of(g_EnrolleeKeys.AuthKey, 32), before);
-        EXPECT_EQ(Bytes(s.end() - 12, s.end() - 8), (Bytes{0x10, 0x1E, 0x00, 0x08}));
-        EXPECT_EQ(Bytes(s.end() - 8, s.end()), Bytes(kwa.begin(), kwa.begin() + 8));
-        return s;
+        const Bytes start = cat({tlv(ATTR_VERSION, {0x10}), tlv(ATTR_MSG_TYPE, {0x0B}),
+                                 tlv(ATTR_REGISTRAR_NONCE, bytes_of(g_RegistrarKeys.Nonce, 16)),
+                                 tlv(ATTR_ENCR_SETTINGS, b.sealed)});
+        const Bytes mac = head(hmac(reg.auth_key, cat({prev, start})), 8);
+        EXPECT_EQ(b.body, cat({start, tlv(ATTR_AUTHENTICATOR, mac)}));
+        EXPECT_EQ(bytes_of(g_EnrolleeKeys.Authenticator, 8), mac);
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), b.body);
+        if (b.sealed.empty() || b.settings.empty() || b.settings.back() + 12u > b.settings.size()) return {};
+        const Bytes inner = head(b.settings, b.settings.size() - b.settings.back() - 12);
+        EXPECT_EQ(b.settings, settings_plain(inner, reg.auth_key));
+        return inner;
     }
-
-    Bytes prev_;
 };
 
 TEST_F(M7Test, PskModeSealsSecretNonceAndKwaWithAFullBlockOfPadding) {
     g_WPS_mode = WAPI_WPS_PSK;
     const Built b = build();
-    const Bytes s = check_common(b);
-    EXPECT_EQ(b.sealed.size(), 64u);
+    EXPECT_EQ(check_common(b), tlv(ATTR_E_SNONCE2, bytes_of(g_EnrolleeKeys.SecretNonce2, 16)));
     EXPECT_EQ(b.settings.size(), 48u);
-    EXPECT_EQ(b.settings.back(), 0x10);
-    std::vector<Attr> attrs;
-    ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
-    ASSERT_EQ(attrs.size(), 2u);
-    EXPECT_EQ(attrs[0].type, ATTR_E_SNONCE2);
-    EXPECT_EQ(attrs[0].value, Bytes(g_EnrolleeKeys.SecretNonce2, g_EnrolleeKeys.SecretNonce2 + 16));
 }
 
 TEST_F(M7Test, WifiFlavourSendsAnEmptyEncryptedSettings) {
     g_WPS_mode = WIFI_WPS;
     const Built b = build();
-    ASSERT_EQ(b.attrs.size(), 5u);
-    EXPECT_EQ(b.attrs[3].type, ATTR_ENCR_SETTINGS);
-    EXPECT_TRUE(b.attrs[3].value.empty());
+    EXPECT_TRUE(b.sealed.empty());
+    check_common(b);
 }
 
 // Certificate mode: what the request holds and which of its bytes the signature covers.
@@ -165,61 +109,30 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
     CertificateMode = c.certificate_mode;
     if (c.identity_len >= 0)
         register_identities({{kUuidR[0], static_cast<uint16_t>(c.identity_len), 0x5A}});
-    // CertificateMode 2 signs with the key pair held from an earlier run.
-    uint8_t held_private[24];
-    for (int i = 0; i < 24; ++i) held_private[i] = static_cast<uint8_t>(0x11 + i);
-    if (c.certificate_mode == 2) {
-        std::memcpy(GeneratePrivateKey, held_private, 24);
-        const Bytes pub = ref::wapi192_public_key(held_private);
-        std::memcpy(g_MyMsgInfo.GeneratePublicKey, pub.data(), 48);
+    if (c.certificate_mode == 2) {  // signs with the key pair held from an earlier run
+        for (uint8_t i = 0; i < 24; ++i) GeneratePrivateKey[i] = uint8_t(0x11 + i);
+        std::memcpy(g_MyMsgInfo.GeneratePublicKey, ref::wapi192_public_key(GeneratePrivateKey).data(), 48);
     }
-
-    const Built b = build();
-    const Bytes s = check_common(b);
-    EXPECT_EQ(CertificateNeeded, c.identity_len >= 0 ? 0 : 1);
-    EXPECT_EQ(s.size(), c.request_len + 41);
-
-    std::vector<Attr> attrs;
-    ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
-    ASSERT_EQ(attrs.size(), 4u);
-    EXPECT_EQ(attrs[0].type, ATTR_E_SNONCE2);
-    EXPECT_EQ(attrs[1].type, ATTR_CERTIFICATE_NEEDED);
-    EXPECT_EQ(attrs[1].value, Bytes{CertificateNeeded});
-    EXPECT_EQ(attrs[2].type, ATTR_X509_CERT_REQ);
-    const Bytes& request = attrs[2].value;
-    ASSERT_EQ(request.size(), c.request_len);
+    const Bytes s = check_common(build());
+    ASSERT_EQ(s.size(), c.request_len + 29);
+    const Bytes request(s.begin() + 29, s.end());
+    EXPECT_EQ(s, cat({tlv(ATTR_E_SNONCE2, bytes_of(g_EnrolleeKeys.SecretNonce2, 16)),
+                      tlv(ATTR_CERTIFICATE_NEEDED, {uint8_t(c.identity_len < 0)}), tlv(ATTR_X509_CERT_REQ, request)}));
+    EXPECT_EQ(CertificateNeeded, c.identity_len < 0 ? 1 : 0);
     if (c.signed_len == 0) return;
 
-    std::vector<Attr> parts;
-    ASSERT_TRUE(testwire::parse(request.data(), request.size(), parts));
-    ASSERT_EQ(parts.back().type, ATTR_IDENTITY_SIGNATURE);
-    ASSERT_EQ(parts.back().value.size(), 48u);
-    const Bytes published(g_MyMsgInfo.GeneratePublicKey, g_MyMsgInfo.GeneratePublicKey + 48);
-    if (c.certificate_mode == 1) {
-        EXPECT_EQ(parts[0].type, ATTR_SIGNING_PUBLIC_KEY);
-        EXPECT_EQ(parts[0].value, published);
-    }
-    if (c.identity_len >= 0) {
-        const Attr& identity = parts[c.certificate_mode == 1 ? 1 : 0];
-        EXPECT_EQ(identity.type, ATTR_CERTIFICATE_IDENTITY);
-        const size_t head = c.certificate_mode == 1 ? 4 : 0;
-        Bytes expected(head + static_cast<size_t>(c.identity_len), 0x5A);
-        if (head) {
-            const uint8_t mode_and_length[4] = {0x00, 0x01, static_cast<uint8_t>(c.identity_len >> 8),
-                                                static_cast<uint8_t>(c.identity_len)};
-            std::memcpy(expected.data(), mode_and_length, 4);
-        }
-        EXPECT_EQ(identity.value, expected);
-    }
+    const Bytes published = bytes_of(g_MyMsgInfo.GeneratePublicKey, 48), sig(request.end() - 48, request.end());
+    Bytes identity(c.identity_len < 0 ? 0 : size_t(c.identity_len), 0x5A);
+    if (c.certificate_mode == 1) identity = cat({{0x00, 0x01}, be16(uint16_t(c.identity_len)), identity});
+    EXPECT_EQ(request, cat({c.certificate_mode == 1 ? tlv(ATTR_SIGNING_PUBLIC_KEY, published) : Bytes{},
+                            c.identity_len >= 0 ? tlv(ATTR_CERTIFICATE_IDENTITY, identity) : Bytes{},
+                            tlv(ATTR_IDENTITY_SIGNATURE, sig)}));
     // The signature verifies over exactly signed_len bytes from the start of the request, with
     // the key whose public half was published (the key pair is consistent for this generator).
     ASSERT_EQ(ref::wapi192_public_key(GeneratePrivateKey), published) << "pick another generator seed";
-    EXPECT_TRUE(ref::wapi192_verify(published, request.data(), c.signed_len,
-                                   parts.back().value.data()));
-    if (c.signed_len != request.size() - 52) {
-        EXPECT_FALSE(ref::wapi192_verify(published, request.data(), request.size() - 52,
-                                        parts.back().value.data()));
-    }
+    EXPECT_TRUE(ref::wapi192_verify(published, request.data(), c.signed_len, sig.data()));
+    EXPECT_EQ(ref::wapi192_verify(published, request.data(), request.size() - 52, sig.data()),
+              c.signed_len == request.size() - 52);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -237,32 +150,33 @@ TEST_F(M7Test, FirstOfTwoIdentitiesWithTheSameUuidIsUsed) {
     std::memset(GeneratePrivateKey, 0x11, 24);  // a held key pair
     std::memcpy(g_MyMsgInfo.GeneratePublicKey, ref::wapi192_public_key(GeneratePrivateKey).data(), 48);
     register_identities({{0x01, 10, 0x11}, {kUuidR[0], 20, 0x22}, {kUuidR[0], 30, 0x33}});
-    const Built b = build();
-    const Bytes s = check_common(b);
+    EXPECT_EQ(check_common(build()).size(), 20u + 4 + 52 + 29);
     EXPECT_EQ(CertificateNeeded, 0);
-    EXPECT_EQ(s.size(), 20u + 4 + 52 + 41);
+}
+
+// Ending a run forgets the registered identities: count and list together.
+TEST_F(M7Test, IdentitiesAreForgottenWhenTheRunStops) {
+    register_identities({{kUuidR[0], 10, 0x11}});
+    StopWPS();
+    Keyed::SetUp();  // the stop wiped the keys
+    g_WPS_mode = WAPI_WPS_CERT;
+    CertificateMode = 1;
+    EXPECT_EQ(check_common(build()).size(), 29u + 104);
+    EXPECT_EQ(CertificateNeeded, 1);
 }
 
 TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheKey) {
-    int consistent = 0, shortened = 0;
+    int consistent = 0;
     for (uint32_t seed = 1; seed <= 40; ++seed) {
         SetUp();
         testdet::make_deterministic(seed);
-        const Built b = build();
-        const Bytes s = check_common(b);
-        std::vector<Attr> attrs, parts;
-        ASSERT_TRUE(testwire::parse(s.data(), s.size(), attrs));
-        ASSERT_TRUE(testwire::parse(attrs[2].value.data(), attrs[2].value.size(), parts));
-        const Bytes published(g_MyMsgInfo.GeneratePublicKey, g_MyMsgInfo.GeneratePublicKey + 48);
-        const bool verified = ref::wapi192_verify(published, attrs[2].value.data(), 52,
-                                                 parts.back().value.data());
-        if (ref::wapi192_public_key(GeneratePrivateKey) == published) {
-            EXPECT_TRUE(verified) << "seed " << seed;
-            ++consistent;
-        } else {
-            EXPECT_FALSE(verified) << "seed " << seed;
-            ++shortened;
-        }
+        const Bytes s = check_common(build());  // the request starts at byte 29
+        ASSERT_EQ(s.size(), 29u + 104);
+        const Bytes published = bytes_of(g_MyMsgInfo.GeneratePublicKey, 48);
+        const bool consistent_pair = ref::wapi192_public_key(GeneratePrivateKey) == published;
+        EXPECT_EQ(ref::wapi192_verify(published, s.data() + 29, 52, s.data() + s.size() - 48), consistent_pair)
+            << "seed " << seed;
+        consistent += consistent_pair;
     }
     EXPECT_GT(consistent, 30);
 }
@@ -282,8 +196,7 @@ TEST_F(M7Test, SecureChipFailureReturnsFalseAndKeepsThePreviousMessage) {
         uint8_t out[2048];
         uint32_t len = 0;
         EXPECT_FALSE(BuildMessageM7(out, &len)) << int(c.certificate_mode) << c.identity;
-        EXPECT_EQ(g_PrevMsgLen, 40);
-        EXPECT_EQ(0, std::memcmp(g_PrevMsgBuf, prev_.data(), prev_.size()));
+        EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), prev);
         TearDown();
     }
 }
