@@ -73,50 +73,27 @@ TEST_F(DispatchTest, PrefixIsWrittenEvenForADroppedFrame) {
     EXPECT_TRUE(log.has("Drop packet, error code is -100.\r\n"));
 }
 
-// ---- Identity ----------------------------------------------------------------------------------
-
-TEST_F(DispatchTest, IdentityRequestIsAnsweredInBothFlavoursAndAddressModes) {
-    struct Case {
-        int32_t mode, address;
-        size_t length;
-    };
-    for (const Case c : {Case{3, 0, 48}, Case{2, 1, 40}, Case{1, 0, 46}, Case{1, 2, 38}}) {
-        start(c.mode, c.address);
-        out.assign(out.size(), enginetest::kSentinel);
-        EXPECT_EQ(0, feed(enginetest::identity_request(0x42)));
-        ASSERT_EQ(out_len, c.length);
-        const Bytes a = answer();
-        EXPECT_EQ(a[OFF_EAP_CODE], EAP_CODE_RESPONSE);
-        EXPECT_EQ(a[OFF_EAP_ID], 0x42);
-        EXPECT_EQ(g_EapIdentifier, 0x42);
-        EXPECT_EQ(g_State_Machine, WAIT_WPS_START);
-        EXPECT_EQ(out[0], c.address == 0 ? 0x00 : 0x02);
-    }
-}
-
-TEST_F(DispatchTest, IdentityCheckerCodeComesBackAsItsSixteenBitPattern) {
-    start(WAPIWPS_MODE_WAPI_PSK);
-    Bytes f = enginetest::identity_request();
-    f[3] = 6;
-    EXPECT_EQ(65536 - 3, feed(f));
-    f.push_back(0);
-    EXPECT_EQ(65536 - 1, feed(f));
-    EXPECT_EQ(g_State_Machine, WAIT_REQUEST_IDENTITY);
-    EXPECT_EQ(out_len, 0u);
-}
-
-// ---- Start -------------------------------------------------------------------------------------
-
-TEST_F(DispatchTest, StartCheckerCodes) {
+// A checker's refusal comes back as its code's 16-bit pattern: nothing answered, the state kept.
+TEST_F(DispatchTest, CheckerCodesComeBackAsTheirSixteenBitPattern) {
     start(WAPIWPS_MODE_WAPI_CERT);
-    g_State_Machine = WAIT_WPS_START;
-    Bytes f = enginetest::start_frame();
-    f.push_back(0);  // right in every header field, one byte too long
-    EXPECT_EQ(65536 - 17, feed(f));
-    Bytes g = enginetest::start_frame();
-    g[3] = 15;
-    EXPECT_EQ(65536 - 8, feed(g));
-    EXPECT_EQ(g_State_Machine, WAIT_WPS_START);
+    Bytes long_identity = enginetest::identity_request(), bad_length = enginetest::identity_request();
+    Bytes long_start = enginetest::start_frame(), bad_start = enginetest::start_frame();
+    long_identity.push_back(0);  // right in every header field, one byte too long
+    bad_length[3] = 6;
+    long_start.push_back(0);
+    bad_start[3] = 15;
+    struct Case {
+        uint32_t state;
+        const Bytes& frame;
+        int32_t code;
+    };
+    for (const Case& c : {Case{2, bad_length, -3}, Case{2, long_identity, -1}, Case{3, long_start, -17},
+                          Case{3, bad_start, -8}}) {
+        g_State_Machine = c.state;
+        EXPECT_EQ(65536 + c.code, feed(c.frame));
+        EXPECT_EQ(g_State_Machine, c.state);
+        EXPECT_EQ(out_len, 0u);
+    }
 }
 
 // ---- Message types -----------------------------------------------------------------------------
@@ -152,75 +129,42 @@ class ReassemblyTest : public DispatchTest {
     }
 };
 
-TEST_F(ReassemblyTest, FirstFragmentIsCollectedAndAcknowledged) {
-    const Bytes p = m8_payload(30, 0x11);
-    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(WSC_FLAG_MF, p, int32_t(p.size()))));
-    expect_ack();
-    EXPECT_EQ(out_len, 76u);
-    EXPECT_EQ(g_FragState, DO_FRAG);
-    EXPECT_EQ(g_FragOffset, p.size());
-    EXPECT_EQ(Bytes(g_FragBuffer, g_FragBuffer + p.size()), p);
-    EXPECT_EQ(g_State_Machine, WAIT_M8);
-    EXPECT_TRUE(log.has("MF  NO_FRAG.\r\n"));
-    EXPECT_TRUE(log.has("DO_FRAG.\r\n"));
-}
-
-TEST_F(ReassemblyTest, LastFragmentCompletesTheMessageForTheParser) {
-    const Bytes p1 = m8_payload(30, 0x11), p2 = m8_payload(20, 0x22);
-    feed(enginetest::fragment_frame(WSC_FLAG_MF, p1, int32_t(p1.size())));
-    // The collected bytes are not an M8 the parser accepts: NACK 18.
-    EXPECT_EQ(0, feed(enginetest::fragment_frame(0, p2, int32_t(p2.size()))));
-    expect_nack(0x1200);
-    EXPECT_EQ(g_FragState, END_FRAG);
-    EXPECT_EQ(g_FragOffset, p1.size() + p2.size());
-    EXPECT_EQ(Bytes(g_FragBuffer + p1.size(), g_FragBuffer + g_FragOffset), p2);
-    EXPECT_TRUE(log.has("no MF NO_FRAG.\r\n"));
-    EXPECT_TRUE(log.has("Start Unpack M8 Entire.\r\n"));
-}
-
-// Intended: the copy length is the EAP length field read in host order, minus 9.
-TEST_F(ReassemblyTest, CopyLengthComesFromTheHostOrderEapLength) {
-    const Bytes p = m8_payload(40, 0x33);
-    Header h;
-    h.flags = WSC_FLAG_MF;
-    Bytes f = message_frame(h, p);  // big-endian 0x0046 there: host order reads 0x4600
-    f[OFF_EAP_LENGTH] = 25 + 9;     // host order: 34 - 9 = 25
-    f[OFF_EAP_LENGTH + 1] = 0;
-    EXPECT_EQ(kDropped, feed(f));
-    EXPECT_EQ(g_FragOffset, 25);
-}
-
-TEST_F(ReassemblyTest, LengthFieldIsStoredAndSkipped) {
-    Bytes p = {0x01, 0x23};  // message length field, kept as it stands
-    const Bytes body = m8_payload(10, 0x44);
-    p.insert(p.end(), body.begin(), body.end());
-    EXPECT_EQ(kDropped,
-              feed(enginetest::fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, p, int32_t(p.size()))));
-    EXPECT_EQ(g_FragTotalLength, 0x2301);
-    EXPECT_EQ(g_FragOffset, body.size());
-    EXPECT_EQ(Bytes(g_FragBuffer, g_FragBuffer + body.size()), body);
-    EXPECT_TRUE(log.has("LF NO_FRAG.\r\n"));
-}
-
-TEST_F(ReassemblyTest, ContinuationWithoutM8TypeByteIsDropped) {
-    const Bytes p1 = m8_payload(30, 0x11);
-    feed(enginetest::fragment_frame(WSC_FLAG_MF, p1, int32_t(p1.size())));
-    const Bytes p2(40, 0x77);  // byte 9 is 0x77: not routed as M8
-    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(0, p2, int32_t(p2.size()))));
-    EXPECT_EQ(out_len, 0u);
-    EXPECT_EQ(g_FragOffset, p1.size());
-    EXPECT_EQ(g_FragState, END_FRAG);  // the flags were noted all the same
-}
-
-TEST_F(ReassemblyTest, OffsetIsNeverResetByANormalRun) {
+// One collection: a first fragment with the length field, a continuation whose copy length is
+// the host-order EAP length, one that is not routed as M8, and the last fragment, which completes
+// a message the parser refuses. The offset is never reset by a normal run.
+TEST_F(ReassemblyTest, FragmentsAreCollectedAcknowledgedAndCompleted) {
     g_FragOffset = 100;
     start(WAPIWPS_MODE_WAPI_CERT);
     g_State_Machine = WAIT_M8;
-    EXPECT_EQ(g_FragOffset, 100);
-    const Bytes p = m8_payload(6, 0x55);
-    feed(enginetest::fragment_frame(WSC_FLAG_MF, p, int32_t(p.size())));
-    EXPECT_EQ(g_FragOffset, 100 + p.size());
-    EXPECT_EQ(Bytes(g_FragBuffer + 100, g_FragBuffer + 100 + p.size()), p);
+    ASSERT_EQ(g_FragOffset, 100);
+    const Bytes p1 = m8_payload(10, 0x44), p2 = m8_payload(40, 0x33), p3 = m8_payload(20, 0x22);
+    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, testbytes::cat({hex("0123"), p1}),
+                                                        int32_t(p1.size() + 2))));
+    expect_ack();
+    EXPECT_EQ(out_len, 76u);
+    EXPECT_EQ(g_FragState, DO_FRAG);
+    EXPECT_EQ(g_FragTotalLength, 0x2301) << "the length field is kept as it stands";
+    EXPECT_EQ(Bytes(g_FragBuffer + 100, g_FragBuffer + g_FragOffset), p1);
+    EXPECT_TRUE(log.has("MF  NO_FRAG.\r\n") && log.has("LF NO_FRAG.\r\n") && log.has("DO_FRAG.\r\n"));
+
+    Header h;
+    h.flags = WSC_FLAG_MF;
+    Bytes f = message_frame(h, p2);  // big-endian 0x0046 there: host order reads 0x4600
+    f[OFF_EAP_LENGTH] = 25 + 9;      // host order: 34 - 9 = 25 bytes copied
+    f[OFF_EAP_LENGTH + 1] = 0;
+    EXPECT_EQ(kDropped, feed(f));
+    EXPECT_EQ(Bytes(g_FragBuffer + 120, g_FragBuffer + g_FragOffset), Bytes(p2.begin(), p2.begin() + 25));
+
+    const Bytes unrouted(40, 0x77);  // byte 9 is 0x77: not routed as M8
+    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(0, unrouted, 40)));
+    EXPECT_EQ(out_len, 0u);
+    EXPECT_EQ(g_FragOffset, 145);
+    EXPECT_EQ(g_FragState, END_FRAG) << "the flags were noted all the same";
+
+    EXPECT_EQ(0, feed(enginetest::fragment_frame(0, p3, int32_t(p3.size()))));
+    expect_nack(0x1200);
+    EXPECT_EQ(Bytes(g_FragBuffer + 145, g_FragBuffer + g_FragOffset), p3);
+    EXPECT_TRUE(log.has("no MF NO_FRAG.\r\n") && log.has("Start Unpack M8 Entire.\r\n"));
 }
 
 // Our bounds: a fragment that would overflow the buffer, claims more bytes than arrived, or a

@@ -23,18 +23,15 @@ TEST_F(FramesTest, ResponseIdentityInBothFlavours) {
     uint32_t len = 0;
     g_WPS_mode = WAPI_WPS_CERT;
     EXPECT_EQ(0, PackResponseIdentity(buf, &len));
-    Bytes wapi =
-        hex("02000024 0207002401");  // EAPOL body 36; EAP Response, id 7, length 36, Identity
-    const std::string wapi_id = "BWIPS-SimpleConfig-Enrollee-1-0";
-    wapi.insert(wapi.end(), wapi_id.begin(), wapi_id.end());
+    Bytes wapi = hex("02000024 0207002401");  // EAPOL body 36; EAP Response, id 7, length 36, Identity
+    testbytes::append(wapi, "BWIPS-SimpleConfig-Enrollee-1-0");
     EXPECT_EQ(Bytes(buf, buf + len), wapi);
     ASSERT_EQ(len, 40u);
 
     g_WPS_mode = WIFI_WPS;
     EXPECT_EQ(0, PackResponseIdentity(buf, &len));
     Bytes wifi = hex("02000022 0207002201");
-    const std::string wifi_id = "WFA-SimpleConfig-Enrollee-1-0";
-    wifi.insert(wifi.end(), wifi_id.begin(), wifi_id.end());
+    testbytes::append(wifi, "WFA-SimpleConfig-Enrollee-1-0");
     EXPECT_EQ(Bytes(buf, buf + len), wifi);
 }
 
@@ -102,6 +99,7 @@ TEST_P(HeaderCodes, FirstFailingCheckIsReported) {
 INSTANTIATE_TEST_SUITE_P(Frames, HeaderCodes, ::testing::Values(
     HeaderCase{"wapi_ok", WAPI_WPS_CERT, [](Header&) {}, 0, 0},
     HeaderCase{"wifi_ok", WIFI_WPS, [](Header&) {}, 0, 0},
+    HeaderCase{"flags_not_examined", WAPI_WPS_CERT, [](Header& h) { h.flags = 3; }, 0, 0},
     HeaderCase{"eapol_type", WAPI_WPS_CERT, [](Header& h) { h.eapolType = 1; h.code = 2; }, -101, -7},
     HeaderCase{"eap_code", WAPI_WPS_CERT, [](Header& h) { h.code = 2; h.eapType = 1; }, -102, -9},
     HeaderCase{"wifi_type", WIFI_WPS, [](Header& h) { h.eapType = 242; h.vendor = {0, 0, 0}; }, -103, -10},
@@ -113,17 +111,7 @@ INSTANTIATE_TEST_SUITE_P(Frames, HeaderCodes, ::testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-TEST_F(FramesTest, HeaderFlagsAreNotExamined) {
-    g_WPS_mode = WAPI_WPS_CERT;
-    Header h;
-    h.flags = 3;
-    const Bytes frame = message_frame(h, enginetest::routed_body(WPS_MSG_TYPE_M2, 4));
-    const uint8_t* p = frame.data();
-    EXPECT_EQ(0, UnpackHeader(&p, uint32_t(frame.size())));
-}
-
-// ---- UnpackRequestIdentity: -1 .. -6
-// --------------------------------------------------------------
+// ---- UnpackRequestIdentity: -1 .. -6 ------------------------------------------------------------
 
 struct BytesCase {
     const char* name;
@@ -177,8 +165,7 @@ TEST_F(FramesTest, StartLengthFieldsAndFrameLength) {
     EXPECT_EQ(-15, UnpackRequestStart(f.data(), 13));
 }
 
-// ---- UnpackFailure: -106 .. -109
-// -----------------------------------------------------------------
+// ---- UnpackFailure: -106 .. -109 ----------------------------------------------------------------
 
 class FailureCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
 
@@ -196,8 +183,7 @@ INSTANTIATE_TEST_SUITE_P(
                       BytesCase{"code", 3, hex("0200000403070004"), -109}),
     [](const auto& info) { return std::string(info.param.name); });
 
-// ---- Received-side wrappers
-// ----------------------------------------------------------------------
+// ---- Received-side wrappers ---------------------------------------------------------------------
 
 TEST_F(FramesTest, ReceivedWrappersReportHeaderCodeBeforeParsing) {
     g_WPS_mode = WAPI_WPS_CERT;
