@@ -111,76 +111,57 @@ INSTANTIATE_TEST_SUITE_P(Frames, HeaderCodes, ::testing::Values(
     [](const auto& info) { return std::string(info.param.name); });
 // clang-format on
 
-// ---- UnpackRequestIdentity: -1 .. -6 ------------------------------------------------------------
+// ---- UnpackRequestIdentity (-1 .. -6), the Start lengths and UnpackFailure (-106 .. -109) ------
 
 struct BytesCase {
     const char* name;
-    uint32_t mode;
-    Bytes frame;
+    int32_t (*check)(const uint8_t*, uint32_t);
+    const char* frame;
     int32_t code;
 };
 
-class IdentityCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
+class FrameCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
 
-TEST_P(IdentityCodes, FirstFailingCheckIsReported) {
-    g_WPS_mode = GetParam().mode;
-    const Bytes& f = GetParam().frame;
-    const int32_t code = GetParam().code;
-    EXPECT_EQ(code, UnpackRequestIdentity(f.data(), uint32_t(f.size())));
-    // Each refusal names its code in its line; the body-length one also gives the length read.
-    const std::string line = "Unpack Request Identity message erro, error code is " +
-                             std::to_string(code) +
-                             (code == -3 ? ", pEapolHead->BodyLength = 6.\r\n" : ".\r\n");
-    if (code != 0) {
-        EXPECT_TRUE(log.has(line)) << line;
-    }
+TEST_P(FrameCodes, FirstFailingCheckIsReported) {
+    const BytesCase& c = GetParam();
+    g_WPS_mode = WAPI_WPS_CERT;
+    const Bytes f = hex(c.frame);
+    EXPECT_EQ(c.code, c.check(f.data(), uint32_t(f.size())));
+    // Identity and Start refusals name their code in their line; the identity body-length one
+    // also gives the length read.
+    const std::string code = std::to_string(c.code);
+    const std::string line = c.check == UnpackRequestStart
+                                 ? "Unpack request start error, error code is " + code + ".\r\n"
+                                 : "Unpack Request Identity message erro, error code is " + code +
+                                       (c.code == -3 ? ", pEapolHead->BodyLength = 6.\r\n" : ".\r\n");
+    EXPECT_EQ(log.has(line), c.check != UnpackFailure && c.code != 0) << line;
 }
+
+constexpr auto kIdentity = UnpackRequestIdentity;
+constexpr auto kStart = UnpackRequestStart;
+constexpr auto kFailure = UnpackFailure;
 
 INSTANTIATE_TEST_SUITE_P(
-    Frames, IdentityCodes,
-    ::testing::Values(BytesCase{"ok", 3, hex("020000050107000501"), 0},
-                      BytesCase{"length", 3, hex("02000005010700050100"), -1},
-                      BytesCase{"short", 3, hex("0200000501070005"), -1},
-                      BytesCase{"eapol_type", 3, hex("020100060207000503"), -2},
-                      BytesCase{"body_length", 3, hex("020000060207000503"), -3},
-                      BytesCase{"code", 3, hex("020000050207000603"), -4},
-                      BytesCase{"type", 3, hex("020000050107000603"), -5},
-                      BytesCase{"eap_length", 3, hex("020000050107000601"), -6}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(FramesTest, StartLengthFieldsAndFrameLength) {
-    g_WPS_mode = WAPI_WPS_PSK;
-    Bytes f = enginetest::start_frame();
-    f[3] = 15;  // EAPOL body length
-    f[7] = 15;  // EAP length (later test)
-    EXPECT_EQ(-8, UnpackRequestStart(f.data(), 18));
-    f[3] = 14;
-    EXPECT_EQ(-12, UnpackRequestStart(f.data(), 18));
-    f[7] = 14;
-    // A frame one byte too long fails only after every header test passed.
-    f.push_back(0);
-    EXPECT_EQ(-17, UnpackRequestStart(f.data(), 19));
-    EXPECT_TRUE(log.has("Unpack request start error, error code is -17.\r\n"));
-    // A short frame's missing bytes read as 0: the vendor type then fails.
-    EXPECT_EQ(-15, UnpackRequestStart(f.data(), 13));
-}
-
-// ---- UnpackFailure: -106 .. -109 ----------------------------------------------------------------
-
-class FailureCodes : public FramesTest, public ::testing::WithParamInterface<BytesCase> {};
-
-TEST_P(FailureCodes, FirstFailingCheckIsReported) {
-    const Bytes& f = GetParam().frame;
-    EXPECT_EQ(GetParam().code, UnpackFailure(f.data(), uint32_t(f.size())));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Frames, FailureCodes,
-    ::testing::Values(BytesCase{"ok", 3, hex("0200000404070004"), 0},
-                      BytesCase{"nine_bytes", 3, hex("020000040407000400"), -106},
-                      BytesCase{"eapol_type", 3, hex("0201000504070004"), -107},
-                      BytesCase{"body_length", 3, hex("0200000503070004"), -108},
-                      BytesCase{"code", 3, hex("0200000403070004"), -109}),
+    Frames, FrameCodes,
+    ::testing::Values(BytesCase{"identity_ok", kIdentity, "020000050107000501", 0},
+                      BytesCase{"identity_length", kIdentity, "02000005010700050100", -1},
+                      BytesCase{"identity_short", kIdentity, "0200000501070005", -1},
+                      BytesCase{"identity_eapol_type", kIdentity, "020100060207000503", -2},
+                      BytesCase{"identity_body_length", kIdentity, "020000060207000503", -3},
+                      BytesCase{"identity_code", kIdentity, "020000050207000603", -4},
+                      BytesCase{"identity_type", kIdentity, "020000050107000603", -5},
+                      BytesCase{"identity_eap_length", kIdentity, "020000050107000601", -6},
+                      BytesCase{"start_body_length", kStart, "0200000F 0107000F F2 0081DB 00000001 01 00", -8},
+                      BytesCase{"start_eap_length", kStart, "0200000E 0107000F F2 0081DB 00000001 01 00", -12},
+                      // One byte too long fails only after every header test passed; a short
+                      // frame's missing bytes read as 0, so its vendor type fails.
+                      BytesCase{"start_one_byte_long", kStart, "0200000E 0107000E F2 0081DB 00000001 01 00 00", -17},
+                      BytesCase{"start_short", kStart, "0200000E 0107000E F2 0081DB 00", -15},
+                      BytesCase{"failure_ok", kFailure, "0200000404070004", 0},
+                      BytesCase{"failure_nine_bytes", kFailure, "020000040407000400", -106},
+                      BytesCase{"failure_eapol_type", kFailure, "0201000504070004", -107},
+                      BytesCase{"failure_body_length", kFailure, "0200000503070004", -108},
+                      BytesCase{"failure_code", kFailure, "0200000403070004", -109}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // ---- Received-side wrappers ---------------------------------------------------------------------

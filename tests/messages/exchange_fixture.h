@@ -1,11 +1,11 @@
 // The message tests' registrar, independent of the library's builders: it writes attributes with
-// the test-side encoder (common/wire.h), reaches the agreed key as the SM2 responder, and derives
-// every key, hash and Authenticator with libgcrypt (common/reference.h), so that each M2, M4, M6
-// and M8 handed to the parsers is built from the protocol's rules alone. Exchange runs the
+// the test-side encoder (common/wire.h), reaches the agreed key and the key schedule with the
+// reference registrar's cryptography, and computes every hash and Authenticator with libgcrypt
+// (common/reference.h), so that each M2, M4, M6 and M8 handed to the parsers is built from the
+// protocol's rules alone. Exchange runs the
 // enrollee's side up to a chosen message against it; ParserChecks holds the parsers' check tables.
 #pragma once
 
-#include <gcrypt.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,14 +19,13 @@
 #include "crypto/crypto.h"
 #include "messages/attributes.h"
 #include "messages/messages.h"
-#include "zev.h"
+#include "registrar/crypto.h"
 
 namespace msgtest {
 
 using ref::Bytes;
 using ref::bytes_of;
 using ref::cat;
-using ref::sm3;
 using ref::sm4_ofb;
 using ref::TraceCapture;
 using testwire::Attr;
@@ -35,7 +34,6 @@ using testwire::tlv;
 inline Bytes hmac(const Bytes& key, const Bytes& data) { return ref::hmac_sm3(key, data); }
 inline Bytes head(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + long(n)); }
 inline Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
-inline Bytes be32(uint32_t v) { return cat({be16(uint16_t(v >> 16)), be16(uint16_t(v))}); }
 inline Bytes text(const char* s) { return Bytes(s, s + std::strlen(s)); }
 
 inline void remove_attr(std::vector<Attr>& attrs, uint16_t type) {
@@ -53,46 +51,33 @@ inline Bytes settings_plain(const Bytes& inner, const Bytes& auth_key) {
 }
 
 struct Registrar {
-    ZEV_ECCPrivateKey priv{}, temp_priv{};
-    ZEV_ECCPublicKey pub{}, temp_pub{};
+    registrar::crypto::Sm2KeyPair own, own_temp;
     Bytes nonce = Bytes(16, 0x4E), uuid = text("registrar-uuid16");
     Bytes r_s1 = Bytes(16, 0x51), r_s2 = Bytes(16, 0x52);
     Bytes auth_key, key_wrap_key, emsk;
 
-    Bytes public_key_attr() const {
-        return cat({bytes_of(pub.x, 32), bytes_of(pub.y, 32), bytes_of(temp_pub.x, 32), bytes_of(temp_pub.y, 32)});
-    }
-    Bytes pk_r() const { return cat({bytes_of(pub.x, 32), bytes_of(pub.y, 32)}); }
+    Bytes public_key_attr() const { return cat({pk_r(), Bytes(own_temp.pub.begin(), own_temp.pub.end())}); }
+    Bytes pk_r() const { return Bytes(own.pub.begin(), own.pub.end()); }
     static Bytes pk_e() { return bytes_of(g_EnrolleeKeys.PublicKey, 64); }
 
-    // Key pairs, then the agreed key as the responder and the whole key schedule, test-side.
+    // Key pairs, then the agreed key as the responder and the whole key schedule, with the
+    // reference registrar's own cryptography.
     void make_keys_and_derive() {
-        ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &priv, &pub), 0);
-        ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &temp_priv, &temp_pub), 0);
-        ZEV_ECCPublicKey e_pub{256, {}, {}}, e_temp{256, {}, {}};
-        std::memcpy(e_pub.x, g_EnrolleeKeys.PublicKey, 32);
-        std::memcpy(e_pub.y, g_EnrolleeKeys.PublicKey + 32, 32);
-        std::memcpy(e_temp.x, g_EnrolleeKeys.TempPublicKey, 32);
-        std::memcpy(e_temp.y, g_EnrolleeKeys.TempPublicKey + 32, 32);
-        uint8_t k[32] = {};
-        ZEV_AgreementOut out{};
-        out.key = k;
-        ASSERT_EQ(ZEV_SM2_GenerateKeyWithECC_Responder(g_phSessionHandle, 256, uuid.data(), 16,
-                                                       g_MyMsgInfo.UUID_E, 16, &priv, &temp_priv,
-                                                       &temp_pub, &e_pub, &e_temp, &out),
-                  0);
-        const Bytes dh = sm3(bytes_of(k, 32));
+        namespace rc = registrar::crypto;
+        std::string error;
+        ASSERT_TRUE(rc::sm2_generate(own, error) && rc::sm2_generate(own_temp, error)) << error;
+        rc::Digest k{};
+        ASSERT_TRUE(rc::sm2_agree_responder(own, own_temp, pk_e(), bytes_of(g_EnrolleeKeys.TempPublicKey, 64), uuid,
+                                            bytes_of(g_MyMsgInfo.UUID_E, 16), k, error))
+            << error;
         const size_t addr_len = g_AddressMode == TEXT_ADDRESS
                                     ? strnlen(reinterpret_cast<const char*>(g_MyMsgInfo.LocalAddress), 16)
                                     : 6;
-        const Bytes kdk = hmac(dh, cat({bytes_of(g_EnrolleeKeys.Nonce, 16),
-                                        bytes_of(g_MyMsgInfo.LocalAddress, addr_len), nonce}));
-        Bytes kdf;
-        for (uint32_t i = 1; i <= 3; ++i)
-            kdf = cat({kdf, hmac(kdk, cat({be32(i), text("Wi-Fi Easy and Secure Key Derivation"), be32(640)}))});
-        auth_key = head(kdf, 32);
-        key_wrap_key = Bytes(kdf.begin() + 32, kdf.begin() + 48);
-        emsk = Bytes(kdf.begin() + 64, kdf.end());
+        const rc::SessionKeys keys = rc::derive_session_keys(k, bytes_of(g_EnrolleeKeys.Nonce, 16),
+                                                             bytes_of(g_MyMsgInfo.LocalAddress, addr_len), nonce);
+        auth_key.assign(keys.auth_key.begin(), keys.auth_key.end());
+        key_wrap_key.assign(keys.key_wrap_key.begin(), keys.key_wrap_key.end());
+        emsk.assign(keys.emsk.begin(), keys.emsk.end());
     }
 
     Bytes psk(int half) const {

@@ -181,21 +181,23 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     EXPECT_GT(consistent, 30);
 }
 
-// On every path that signs, a failed chip signature fails the build and keeps the previous
-// message (no service client exists in this process, so the chip always fails here).
-TEST_F(M7Test, SecureChipFailureReturnsFalseAndKeepsThePreviousMessage) {
+// On every path that signs, a failed signature fails the build and keeps the previous message:
+// the chip's (no service client exists in this process, so it always fails here), and the
+// software path's without a held key (a zero key would sign with d = 0, which anyone can forge).
+TEST_F(M7Test, FailedSignatureReturnsFalseAndKeepsThePreviousMessage) {
     struct Case {
         uint8_t certificate_mode;
-        bool identity;
+        bool identity, chip;
     };
-    for (const Case c : {Case{1, false}, Case{1, true}, Case{2, true}}) {
+    for (const Case c : {Case{1, false, true}, Case{1, true, true}, Case{2, true, true}, Case{2, true, false}}) {
         SetUp();
         CertificateMode = c.certificate_mode;
         if (c.identity) register_identities({{kUuidR[0], 10, 0x11}});
-        g_IsDoSecureChip = 1;
+        g_IsDoSecureChip = c.chip;
+        std::memset(GeneratePrivateKey, 0, sizeof GeneratePrivateKey);
         uint8_t out[2048];
         uint32_t len = 0;
-        EXPECT_FALSE(BuildMessageM7(out, &len)) << int(c.certificate_mode) << c.identity;
+        EXPECT_FALSE(BuildMessageM7(out, &len)) << int(c.certificate_mode) << c.identity << c.chip;
         EXPECT_EQ(bytes_of(g_PrevMsgBuf, g_PrevMsgLen), prev);
         TearDown();
     }
