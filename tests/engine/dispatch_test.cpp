@@ -168,43 +168,38 @@ TEST_F(ReassemblyTest, FragmentsAreCollectedAcknowledgedAndCompleted) {
 }
 
 // Our bounds: a fragment that would overflow the buffer, claims more bytes than arrived, or a
-// negative length is refused with NACK 18 and the collection restarts from nothing.
+// negative length is refused with NACK 18 and the collection restarts from nothing; one that
+// fills the buffer exactly is collected.
 struct BadFragment {
     const char* name;
     uint16_t startOffset;
     uint8_t flags;
     size_t present;      // payload bytes in the frame
     int32_t copyLength;  // what the EAP length field claims
+    bool refused = true;
 };
-class BadFragments : public ReassemblyTest, public ::testing::WithParamInterface<BadFragment> {};
+class Fragments : public ReassemblyTest, public ::testing::WithParamInterface<BadFragment> {};
 
-TEST_P(BadFragments, AreRefusedAndResetTheCollection) {
+TEST_P(Fragments, BeyondTheBoundsAreRefusedAndResetTheCollection) {
     const BadFragment& c = GetParam();
     g_FragOffset = c.startOffset;
     Bytes p = m8_payload(c.present - 10, 0x66);
     if ((c.flags & WSC_FLAG_LF) != 0) p.insert(p.begin(), {0x00, 0x10});  // the length field
-    EXPECT_EQ(0, feed(enginetest::fragment_frame(c.flags, p, c.copyLength)));
-    expect_nack(0x1200);
-    EXPECT_EQ(g_FragState, NO_FRAG);
-    EXPECT_EQ(g_FragOffset, 0);
+    EXPECT_EQ(c.refused ? 0 : kDropped, feed(enginetest::fragment_frame(c.flags, p, c.copyLength)));
+    if (c.refused) expect_nack(0x1200);
+    EXPECT_EQ(g_FragState, c.refused ? NO_FRAG : DO_FRAG);
+    EXPECT_EQ(g_FragOffset, c.refused ? 0 : 4096);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Dispatch, BadFragments,
+    Dispatch, Fragments,
     ::testing::Values(BadFragment{"overflow", 4090, WSC_FLAG_MF, 20, 20},
                       BadFragment{"overflow_with_lf", 4000, WSC_FLAG_MF | WSC_FLAG_LF, 200, 200},
                       BadFragment{"short", 0, WSC_FLAG_MF, 20, 21},
                       BadFragment{"huge", 0, WSC_FLAG_MF, 20, 65535 - 9},
                       BadFragment{"negative", 0, WSC_FLAG_MF, 20, -9},
-                      BadFragment{"negative_after_lf", 0, WSC_FLAG_MF | WSC_FLAG_LF, 20, 1}),
+                      BadFragment{"negative_after_lf", 0, WSC_FLAG_MF | WSC_FLAG_LF, 20, 1},
+                      BadFragment{"fills_exactly", 4096 - 20, WSC_FLAG_MF, 20, 20, false}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(ReassemblyTest, FragmentFillingTheBufferExactlyIsAccepted) {
-    g_FragOffset = 4096 - 20;
-    const Bytes p = m8_payload(10, 0x66);
-    EXPECT_EQ(kDropped, feed(enginetest::fragment_frame(WSC_FLAG_MF, p, 20)));
-    EXPECT_EQ(g_FragOffset, 4096);
-    EXPECT_EQ(g_FragState, DO_FRAG);
-}
 
 }  // namespace
