@@ -5,6 +5,7 @@
 // attributes) but carry no valid Authenticator: in its waiting state the parser refuses them, so
 // the table records NACK 18 and state 9 there. The accepted M2/M4/M6/M8 transitions need real
 // cryptography and are walked against the reference registrar in exchange_paths_test.cpp.
+#include <map>
 #include <sstream>
 
 #include "engine_fixture.h"
@@ -47,43 +48,33 @@ const Row kMatrix[] = {
 };
 // clang-format on
 
-// The frame of a row, and the reassembly state it finds (continuations arrive while fragments
-// are being collected).
-Bytes frame_of(const std::string& kind) {
-    Header h;
-    h.id = 0x21;
-    auto message = [&](uint8_t type) { return message_frame(h, routed_body(type, 16)); };
+// The frame of each row (continuations arrive while fragments are being collected).
+std::map<std::string, Bytes> frames() {
+    Header h, other_vendor, ack;
+    h.id = other_vendor.id = ack.id = 0x21;
+    other_vendor.vendor = {0x00, 0x37, 0x2A};
+    ack.opcode = WSC_OP_ACK;
+    auto message = [](const Header& hh, uint8_t type) { return message_frame(hh, routed_body(type, 16)); };
     const Bytes m8 = routed_body(WPS_MSG_TYPE_M8, 16);
-    if (kind == "Identity") return enginetest::identity_request(0x21);
-    if (kind == "Start") return enginetest::start_frame(h);
-    if (kind == "M2") return message(WPS_MSG_TYPE_M2);
-    if (kind == "M2D") return message(WPS_MSG_TYPE_M2D);
-    if (kind == "M4") return message(WPS_MSG_TYPE_M4);
-    if (kind == "M6") return message(WPS_MSG_TYPE_M6);
-    if (kind == "M8 whole") return message(WPS_MSG_TYPE_M8);
-    if (kind == "M8 first") {
-        Bytes p = {0x01, 0x00};  // LF: the message length field
-        testbytes::append(p, m8);
-        return enginetest::fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, p, int32_t(p.size()), 0x21);
-    }
-    if (kind == "M8 middle")
-        return enginetest::fragment_frame(WSC_FLAG_MF, m8, int32_t(m8.size()), 0x21);
-    if (kind == "M8 last") return enginetest::fragment_frame(0, m8, int32_t(m8.size()), 0x21);
-    if (kind == "Other type") return message(WPS_MSG_TYPE_M3);
-    if (kind == "Registrar NACK") return message(WACA_MSG_TYPE_NACK);
-    if (kind == "EAP-Failure") return enginetest::eap_failure(0x21);
-    if (kind == "EAP-Failure bad") {
-        Bytes f = enginetest::eap_failure(0x21);
-        f.push_back(0);
-        return f;
-    }
-    if (kind == "Wrong flavour") return message_frame(enginetest::wifi_header(), routed_body(WPS_MSG_TYPE_M2D));
-    if (kind == "Wrong vendor") {
-        h.vendor = {0x00, 0x37, 0x2A};
-        return message(WPS_MSG_TYPE_M2);
-    }
-    h.opcode = WSC_OP_ACK;  // "Wrong op-code"
-    return message(WPS_MSG_TYPE_M2);
+    const Bytes first = testbytes::cat({std::array<uint8_t, 2>{0x01, 0x00}, m8});  // LF: the length field
+    using enginetest::fragment_frame;
+    return {{"Identity", enginetest::identity_request(0x21)},
+            {"Start", enginetest::start_frame(h)},
+            {"M2", message(h, WPS_MSG_TYPE_M2)},
+            {"M2D", message(h, WPS_MSG_TYPE_M2D)},
+            {"M4", message(h, WPS_MSG_TYPE_M4)},
+            {"M6", message(h, WPS_MSG_TYPE_M6)},
+            {"M8 whole", message(h, WPS_MSG_TYPE_M8)},
+            {"M8 first", fragment_frame(WSC_FLAG_MF | WSC_FLAG_LF, first, int32_t(first.size()), 0x21)},
+            {"M8 middle", fragment_frame(WSC_FLAG_MF, m8, int32_t(m8.size()), 0x21)},
+            {"M8 last", fragment_frame(0, m8, int32_t(m8.size()), 0x21)},
+            {"Other type", message(h, WPS_MSG_TYPE_M3)},
+            {"Registrar NACK", message(h, WACA_MSG_TYPE_NACK)},
+            {"EAP-Failure", enginetest::eap_failure(0x21)},
+            {"EAP-Failure bad", testbytes::cat({enginetest::eap_failure(0x21), std::array<uint8_t, 1>{0}})},
+            {"Wrong flavour", message_frame(enginetest::wifi_header(), routed_body(WPS_MSG_TYPE_M2D))},
+            {"Wrong vendor", message(other_vendor, WPS_MSG_TYPE_M2)},
+            {"Wrong op-code", message(ack, WPS_MSG_TYPE_M2)}};
 }
 
 class DispatchMatrix : public enginetest::EngineTest {
@@ -107,6 +98,7 @@ class DispatchMatrix : public enginetest::EngineTest {
 };
 
 TEST_F(DispatchMatrix, EveryStateAgainstEveryFrame) {
+    const std::map<std::string, Bytes> frame = frames();
     for (const Row& row : kMatrix) {
         for (uint32_t state = 1; state <= 10; ++state) {
             start(WAPIWPS_MODE_WAPI_CERT);
@@ -116,7 +108,7 @@ TEST_F(DispatchMatrix, EveryStateAgainstEveryFrame) {
                 g_FragState = DO_FRAG;
                 g_FragOffset = 40;
             }
-            const Bytes f = frame_of(kind);
+            const Bytes& f = frame.at(kind);
             out_len = 0;
             const int32_t result =
                 ProcessReceivePacket(f.data(), uint32_t(f.size()), out.data(), &out_len);
