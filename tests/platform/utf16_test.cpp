@@ -41,6 +41,7 @@ const Utf16Case kCases[] = {
      {0x007F, 0x0080, 0x07FF, 0x0800, 0xFFFF},
      "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"},
     {"SurrogatePair", {0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},  // U+1F600
+    {"LowestPair", {0xD800, 0xDC00}, "\xF0\x90\x80\x80"},     // U+10000
     {"HighestPair", {0xDBFF, 0xDFFF}, "\xF4\x8F\xBF\xBF"},    // U+10FFFF
     {"LoneHigh", {'a', 0xD800, 'z'}, "a\xEF\xBF\xBDz"},
     {"LoneLow", {0xDC00, 'z'}, "\xEF\xBF\xBDz"},
