@@ -163,6 +163,9 @@ TEST_F(ResultsTest, SecureChipParamStoresAndZeroPads) {
     EXPECT_EQ(Bytes(g_SecureChipAdminLoginKey, g_SecureChipAdminLoginKey + 4), Bytes({1, 2, 3, 0}));
     EXPECT_EQ(g_SecureChipAdminLoginKey[255], 0);
     EXPECT_EQ(g_SecureChipParam2[1], 8);
+    EXPECT_EQ(0, SetSecureChipParam(1, second, 1, key, 1, sign));
+    EXPECT_EQ(Bytes(g_SecureChipAdminLoginKey, g_SecureChipAdminLoginKey + 2), Bytes({9, 0}));
+    EXPECT_EQ(Bytes(g_SecureChipParam2, g_SecureChipParam2 + 2), Bytes({1, 0}));
     EXPECT_EQ(0, SetSecureChipParam(0, nullptr, 0, nullptr, 1, sign));
     EXPECT_EQ(g_SecureChipAdminLoginKey[0], 0);
 }
