@@ -56,8 +56,9 @@ fuzz:
 	ninja -C build/fuzz -j$(JOBS)
 	@set -e; for f in build/fuzz/bin/fuzz_*; do \
 		t=$$(basename $$f); c=fuzz/corpus/$${t#fuzz_}; w=build/fuzz/corpus/$${t#fuzz_}; \
+		d=-dict=fuzz/wps.dict; [ $$t = fuzz_securechip_answer ] && d=; \
 		mkdir -p $$w $$c; echo "== $$t for $(FUZZ_SECONDS) s"; \
-		$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$w $$c; done
+		$$f -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 $$d $$w $$c; done
 
 soak: deps
 	cmake -G Ninja -S . -B build/asan -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCMAKE_C_COMPILER=clang \

@@ -144,10 +144,19 @@ int32_t agree(Role role, void* handle, const Operands& o) {
     Point g(gcry_mpi_ec_get_point("g", ctx.get(), 1));
     if (g.get() == nullptr) return ZEV_ERR_CRYPTO;
 
-    // Own keys: scalars in range, static public key derived, temporary pair consistent.
+    // Own private keys in range.
     Mpi d(private_scalar(s, *o.own_private));
     Mpi r(private_scalar(s, *o.own_temp_private));
     if (!d || !r) return ZEV_ERR_PARAM;
+
+    // Peer points: on the curve and not infinity.
+    Point peer_static, peer_temp;
+    if (!point_from_coords(s, ctx.get(), o.peer_public->x, o.peer_public->y, peer_static) ||
+        !point_from_coords(s, ctx.get(), o.peer_temp_public->x, o.peer_temp_public->y, peer_temp)) {
+        return ZEV_ERR_POINT;
+    }
+
+    // Own public keys derived and the temporary pair consistent: the costly checks come last.
     uint8_t own_x[kCoordLen], own_y[kCoordLen], temp_x[kCoordLen], temp_y[kCoordLen];
     if (!base_mul(ctx.get(), g.get(), d.get(), own_x, own_y) ||
         !base_mul(ctx.get(), g.get(), r.get(), temp_x, temp_y)) {
@@ -156,13 +165,6 @@ int32_t agree(Role role, void* handle, const Operands& o) {
     if (std::memcmp(temp_x, o.own_temp_public->x, kCoordLen) != 0 ||
         std::memcmp(temp_y, o.own_temp_public->y, kCoordLen) != 0) {
         return ZEV_ERR_PARAM;
-    }
-
-    // Peer points: on the curve and not infinity.
-    Point peer_static, peer_temp;
-    if (!point_from_coords(s, ctx.get(), o.peer_public->x, o.peer_public->y, peer_static) ||
-        !point_from_coords(s, ctx.get(), o.peer_temp_public->x, o.peer_temp_public->y, peer_temp)) {
-        return ZEV_ERR_POINT;
     }
 
     // Z of both parties, in the order of the roles.

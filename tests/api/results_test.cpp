@@ -73,8 +73,9 @@ TEST_F(ResultsTest, PskModeGivesTheKeyAndRefusesCertificateGetters) {
     EXPECT_EQ(len, 40);
 }
 
-// Our bound: a key longer than the documented 64-byte buffer is cut to it.
-TEST_F(ResultsTest, PskLongerThanTheKeyBufferIsCut) {
+// Our bound: a key longer than the documented 64-byte buffer is cut to it. Certificate mode
+// refuses the getter and leaves the length alone.
+TEST_F(ResultsTest, PskLongerThanTheKeyBufferIsCutAndCertificateModeRefuses) {
     g_WPS_mode = WIFI_WPS;
     g_ResultLength = 200;
     uint8_t key[64 + 8];
@@ -83,12 +84,8 @@ TEST_F(ResultsTest, PskLongerThanTheKeyBufferIsCut) {
     EXPECT_EQ(0, GetWPSResult_PSK(key, &len));
     EXPECT_EQ(len, 64);
     EXPECT_EQ(key[64], 0xCC);
-}
-
-TEST_F(ResultsTest, CertificateModeRefusesThePskGetter) {
     g_WPS_mode = WAPI_WPS_CERT;
-    uint8_t key[64];
-    uint16_t len = 0x1234;
+    len = 0x1234;
     EXPECT_EQ(-1, GetWPSResult_PSK(key, &len));
     EXPECT_EQ(len, 0x1234);
 }
@@ -166,6 +163,9 @@ TEST_F(ResultsTest, SecureChipParamStoresAndZeroPads) {
     EXPECT_EQ(Bytes(g_SecureChipAdminLoginKey, g_SecureChipAdminLoginKey + 4), Bytes({1, 2, 3, 0}));
     EXPECT_EQ(g_SecureChipAdminLoginKey[255], 0);
     EXPECT_EQ(g_SecureChipParam2[1], 8);
+    EXPECT_EQ(0, SetSecureChipParam(1, second, 1, key, 1, sign));
+    EXPECT_EQ(Bytes(g_SecureChipAdminLoginKey, g_SecureChipAdminLoginKey + 2), Bytes({9, 0}));
+    EXPECT_EQ(Bytes(g_SecureChipParam2, g_SecureChipParam2 + 2), Bytes({1, 0}));
     EXPECT_EQ(0, SetSecureChipParam(0, nullptr, 0, nullptr, 1, sign));
     EXPECT_EQ(g_SecureChipAdminLoginKey[0], 0);
 }

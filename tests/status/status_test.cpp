@@ -193,6 +193,7 @@ TEST(ResultText, EveryCodeOfTheTableHasItsSentence) {
     }
     EXPECT_STREQ(WapiWps_ResultText(65522), check_row(CheckId::StartWapiVendor).text);
     EXPECT_STREQ(WapiWps_ResultText(-71), "Unknown result code.");
+    EXPECT_STREQ(WapiWps_ResultText(WAPIWPS_CHECKER_BASE), "Unknown result code.");
     EXPECT_STREQ(WapiWps_ResultText(3), "Unknown result code.");
 }
 
