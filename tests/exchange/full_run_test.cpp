@@ -1,5 +1,8 @@
 // Whole exchanges, StartWPS to EAP-Failure, in the pre-shared-key flavour: address modes, PINs,
 // raw and hexadecimal keys; the credential the host reads is exactly the one the registrar sent.
+// They also walk the dispatcher's accepted transitions, which need a real registrar (the state
+// table in tests/engine/dispatch_matrix_test.cpp has the rest): the state after each frame, Done,
+// and the closing failure after Done.
 #include <gtest/gtest.h>
 
 #include "common/exchange.h"
@@ -43,7 +46,12 @@ TEST_P(PskExchange, RunsToSuccessAndDeliversTheKey) {
     EXPECT_TRUE(t.prefix_ok);
     // Request/Identity, Start, M2, M4, M6, M8 are answered with 0 and M8 with 1, then 2 at the end.
     EXPECT_EQ(t.results, (std::vector<int32_t>{0, 0, 0, 0, 0, 1, 2}));
+    std::vector<uint32_t> states;
+    for (const exchange::Step& s : t.steps)
+        if (s.to_enrollee) states.push_back(s.state_after);
+    EXPECT_EQ(states, (std::vector<uint32_t>{3, 4, 5, 6, 7, 8, 1}));
     EXPECT_EQ(t.final_state, static_cast<uint32_t>(WAPIWPS_WAIT_START));
+    EXPECT_TRUE(t.has_trace("Receive Teap failure message when WAIT_REQUEST_FAILURE.\r\n"));
     ASSERT_TRUE(t.m8_done);
     EXPECT_EQ(t.psk_rc, 0);
     EXPECT_EQ(t.psk, Bytes(psk_options(c).registrar.network_key));

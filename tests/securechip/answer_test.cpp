@@ -13,12 +13,9 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 Bytes answer(uint32_t status, uint32_t length, size_t payload_len) {
-    Bytes out = {
-        static_cast<uint8_t>(status >> 24), static_cast<uint8_t>(status >> 16),
-        static_cast<uint8_t>(status >> 8),  static_cast<uint8_t>(status),  // status
-        static_cast<uint8_t>(length >> 24), static_cast<uint8_t>(length >> 16),
-        static_cast<uint8_t>(length >> 8),  static_cast<uint8_t>(length),  // L
-    };
+    Bytes out;  // status, L, then the payload
+    for (uint32_t v : {status, length})
+        for (int shift = 24; shift >= 0; shift -= 8) out.push_back(static_cast<uint8_t>(v >> shift));
     for (size_t i = 0; i < payload_len; ++i) out.push_back(static_cast<uint8_t>(0x40 + i));
     return out;
 }

@@ -1,0 +1,88 @@
+// The registrar on its own: byte-exact answers to hand-made Identity and Start frames (its later
+// messages are judged by the library in every exchange), and its ECDSA rule, which the exchanges'
+// signature checks rest on: the hash is SHA-256 reduced mod n, so the X9.62 signature of the same
+// message does not verify. (Its SM3, HMAC and SM4 need no test of their own: no exchange gets
+// past M2 if they differ from the library's.)
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "common/test_bytes.h"
+#include "common/vectors.h"
+#include "registrar/crypto.h"
+#include "registrar/registrar.h"
+
+namespace {
+
+using registrar::Bytes;
+using registrar::Registrar;
+using registrar::Status;
+using testjson::JsonValue;
+namespace crypto = registrar::crypto;
+
+Bytes hex(const std::string& text) { return testjson::from_hex(text).value_or(Bytes{}); }
+
+const Bytes kEapolStart = {0x02, 0x01, 0x00, 0x00};
+
+Bytes response_identity(uint8_t id, const std::string& text) {
+    const auto n = static_cast<uint8_t>(text.size() + 5);
+    Bytes f = {0x02, 0x00, 0x00, n, 0x02, id, 0x00, n, 0x01};
+    testbytes::append(f, text);
+    return f;
+}
+
+registrar::Config psk_config() {
+    registrar::Config c;
+    c.wps_mode = 2;
+    c.eap_identifier = 0x21;
+    c.network_key = {1, 2, 3, 4};
+    return c;
+}
+
+TEST(RegistrarProtocol, AnswersStartAndIdentityExactly) {
+    Registrar r(psk_config());
+    std::vector<Bytes> out;
+    ASSERT_EQ(r.handle(kEapolStart, out), Status::Continue);
+    ASSERT_EQ(out.size(), 1u);
+    EXPECT_EQ(out[0], (Bytes{0x02, 0x00, 0x00, 0x05, 0x01, 0x21, 0x00, 0x05, 0x01}));
+    ASSERT_EQ(r.handle(response_identity(0x21, "BWIPS-SimpleConfig-Enrollee-1-0"), out), Status::Continue);
+    ASSERT_EQ(out.size(), 2u);
+    EXPECT_EQ(out[1], (Bytes{
+                          0x02, 0x00, 0x00, 0x0E,   // EAPOL body 14
+                          0x01, 0x22, 0x00, 0x0E,   // Request, next identifier, length 14
+                          0xF2, 0x00, 0x81, 0xDB,   // WAPI type and vendor id
+                          0x00, 0x00, 0x00, 0x01,   // vendor type
+                          0x01, 0x00,               // Start, no flags
+                      }));
+}
+
+TEST(RegistrarCrypto, EcdsaVerifiesTheModNSignatureOnly) {
+    crypto::init();
+    const JsonValue doc = testjson::load_vectors("ecdsa_wapi192.json").value_or(JsonValue{});
+    ASSERT_FALSE(doc["vectors"].items.empty());
+    for (const auto& v : doc["vectors"].items) {
+        Bytes q = hex(v["Qx"].text);
+        const Bytes qy = hex(v["Qy"].text);
+        q.insert(q.end(), qy.begin(), qy.end());
+        const Bytes msg = hex(v["msg_hex"].text);
+        const Bytes sig = hex(v["signature_r_s_48"].text);
+        EXPECT_TRUE(crypto::ecdsa192_verify(q, msg, sig)) << v["description"].text;
+        // The same k with the leftmost-192-bits rule gives another signature, which must fail.
+        const Bytes x962 = hex(v["x962_variant"]["signature_r_s_48"].text);
+        if (x962 != sig) {
+            EXPECT_FALSE(crypto::ecdsa192_verify(q, msg, x962)) << v["description"].text;
+        }
+        // Any change of message, signature or key is refused.
+        Bytes other = msg;
+        other.push_back(0x00);
+        EXPECT_FALSE(crypto::ecdsa192_verify(q, other, sig));
+        Bytes bad = sig;
+        bad[47] ^= 0x01;
+        EXPECT_FALSE(crypto::ecdsa192_verify(q, msg, bad));
+        Bytes bad_key = q;
+        bad_key[47] ^= 0x01;   // off the curve
+        EXPECT_FALSE(crypto::ecdsa192_verify(bad_key, msg, sig));
+    }
+}
+
+}  // namespace
