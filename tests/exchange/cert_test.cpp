@@ -1,8 +1,9 @@
 // Whole exchanges in the certificate mode that only a registrar can judge: the signature over
 // M7's request verifies in certificate modes 1 and 2 (mode 2 with the key of an earlier run), and
-// the certificates arrive (the address modes are walked in full_run_test.cpp). The request's
-// layout, Certificate Needed 0 and empty lists are pinned by hand-built messages in tests/messages. The enrollee's generator is
-// substituted so that its keys repeat (and have no leading zero byte: pinned in m7_test.cpp).
+// the certificates arrive (the address modes are walked in psk_run_test.cpp). The request's
+// layout, Certificate Needed 0 and empty lists are pinned by hand-built messages in
+// tests/messages. The enrollee's generator is substituted so that its keys repeat (and have no
+// leading zero byte: pinned in m7_test.cpp).
 #include <gtest/gtest.h>
 
 #include "common/exchange.h"

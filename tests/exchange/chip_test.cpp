@@ -64,7 +64,7 @@ TEST_P(ChipExchange, ChipSignatureVerifiesOverTheIntendedBytes) {
     if (c.certificate_mode == 2) o.registrar.known_public_key = chip_key();
     if (c.identity_len != 0) {
         exchange::Identity id{kUuidR, {}};
-        for (size_t i = 0; i < c.identity_len; ++i) id.data.push_back(static_cast<uint8_t>(0x41 + i % 26));
+        for (size_t i = 0; i < c.identity_len; ++i) id.data.push_back(uint8_t(0x41 + i % 26));
         o.identities = {id};
     }
     const exchange::Transcript t = exchange::run(o);
