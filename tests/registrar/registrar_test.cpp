@@ -24,13 +24,6 @@ Bytes hex(const std::string& text) { return testjson::from_hex(text).value_or(By
 
 const Bytes kEapolStart = {0x02, 0x01, 0x00, 0x00};
 
-Bytes response_identity(uint8_t id, const std::string& text) {
-    const auto n = static_cast<uint8_t>(text.size() + 5);
-    Bytes f = {0x02, 0x00, 0x00, n, 0x02, id, 0x00, n, 0x01};
-    testbytes::append(f, text);
-    return f;
-}
-
 registrar::Config psk_config() {
     registrar::Config c;
     c.wps_mode = 2;
@@ -45,7 +38,9 @@ TEST(RegistrarProtocol, AnswersStartAndIdentityExactly) {
     ASSERT_EQ(r.handle(kEapolStart, out), Status::Continue);
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0], (Bytes{0x02, 0x00, 0x00, 0x05, 0x01, 0x21, 0x00, 0x05, 0x01}));
-    ASSERT_EQ(r.handle(response_identity(0x21, "BWIPS-SimpleConfig-Enrollee-1-0"), out), Status::Continue);
+    Bytes identity = {0x02, 0x00, 0x00, 36, 0x02, 0x21, 0x00, 36, 0x01};  // Response/Identity
+    testbytes::append(identity, std::string("BWIPS-SimpleConfig-Enrollee-1-0"));
+    ASSERT_EQ(r.handle(identity, out), Status::Continue);
     ASSERT_EQ(out.size(), 2u);
     EXPECT_EQ(out[1], (Bytes{
                           0x02, 0x00, 0x00, 0x0E,   // EAPOL body 14
