@@ -122,17 +122,16 @@ struct Mode {
     const char* name;
     int32_t wps_mode;
     uint8_t certificate_mode;  // 0 for the pre-shared key
-    bool identity;             // mode 2: an identity registered for the registrar
     int m8_split;              // -1: M8 whole; else two fragments split at this legal point
     bool chip;                 // signed by the secure chip (the simulator, in-process)
 };
 
 const Mode kModes[] = {
-    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, false, -1, false},
-    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, false, -1, false},
-    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, true, -1, false},
-    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, false, 1000, false},
-    {"cert1_secure_chip", WAPIWPS_MODE_WAPI_CERT, 1, false, -1, true},
+    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, -1, false},
+    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, -1, false},
+    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, -1, false},
+    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, 1000, false},
+    {"cert1_secure_chip", WAPIWPS_MODE_WAPI_CERT, 1, -1, true},
 };
 
 #if ALLOC_WITH_CHIP
@@ -188,17 +187,11 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
         o.after_start = exchange::wait_chip_connected;
     }
 #endif
-    if (m.identity) {
-        exchange::Identity id;
-        id.uuid = kUuidR;
-        id.data.assign(100, 0x5A);
-        o.identities = {id};
-    }
-    if (m.certificate_mode == 2) {  // mode 2 signs with the key a mode-1 run left behind
+    if (m.certificate_mode == 2) {  // an identity, signed with the key a mode-1 run left behind
         exchange::Options first = o;
         first.registrar.certificate_mode = 1;
-        first.identities.clear();
         o.registrar.known_public_key = exchange::run(first).outcome.signing_public_key;
+        o.identities = {exchange::Identity{kUuidR, exchange::Bytes(100, 0x5A)}};
     }
     long calls = 0, allocations = 0;
     size_t peak = 0;
