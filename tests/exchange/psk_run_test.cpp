@@ -85,13 +85,11 @@ TEST(M8Fragments, EveryLegalTwoWaySplitDeliversTheSameKey) {
     ASSERT_EQ(whole.last_result(), WAPIWPS_RESULT_SUCCESS);
     ASSERT_EQ(whole.outcome.m8_fragments, 1u);
 
-    size_t runs = 0;
     for (int k = 0;; ++k) {
         exchange::Options o = psk_options(kPskCases[1]);
         o.registrar.m8_split_index = k;
         const exchange::Transcript t = exchange::run(o);
         ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
-        ++runs;
         EXPECT_EQ(t.outcome.m8_fragments, 2u);
         // First fragment: dropped (-100) with an ACK; second: Done; then success.
         ASSERT_GE(t.results.size(), 3u);
@@ -102,7 +100,6 @@ TEST(M8Fragments, EveryLegalTwoWaySplitDeliversTheSameKey) {
         if (static_cast<size_t>(k) + 1 >= t.outcome.m8_split_points) break;
         ASSERT_LT(k, 64);
     }
-    EXPECT_GE(runs, 1u);
 }
 
 }  // namespace

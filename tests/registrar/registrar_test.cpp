@@ -24,16 +24,11 @@ Bytes hex(const std::string& text) { return testjson::from_hex(text).value_or(By
 
 const Bytes kEapolStart = {0x02, 0x01, 0x00, 0x00};
 
-registrar::Config psk_config() {
-    registrar::Config c;
-    c.wps_mode = 2;
-    c.eap_identifier = 0x21;
-    c.network_key = {1, 2, 3, 4};
-    return c;
-}
-
 TEST(RegistrarProtocol, AnswersStartAndIdentityExactly) {
-    Registrar r(psk_config());
+    registrar::Config config;
+    config.wps_mode = 2;  // pre-shared key
+    config.eap_identifier = 0x21;
+    Registrar r(config);
     std::vector<Bytes> out;
     ASSERT_EQ(r.handle(kEapolStart, out), Status::Continue);
     ASSERT_EQ(out.size(), 1u);
