@@ -20,7 +20,17 @@ using exchange::Bytes;
 constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
                                             0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
 
-class ChipExchange : public testing::Test {
+// Mode 1 without an identity signs the Signing Public Key attribute, and delivers the chip's key;
+// with an identity the chip covers all of the request but its last 4 bytes; mode 2 signs the
+// whole identity with the slot's key.
+struct ChipCase {
+    const char* name;
+    uint8_t certificate_mode;
+    size_t identity_len;  // 0: none registered
+    size_t signed_length;
+};
+
+class ChipExchange : public testing::TestWithParam<ChipCase> {
 protected:
     static void SetUpTestSuite() {
         const std::string path = "/tmp/wapiwps_reg_chip_" + std::to_string(::getpid()) + ".sock";
@@ -34,64 +44,46 @@ protected:
         sim_ = nullptr;
     }
 
-    static exchange::Options options(uint8_t certificate_mode) {
-        exchange::Options o;
-        o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
-        o.secure_chip = true;
-        o.after_start = exchange::wait_chip_connected;
-        o.registrar.uuid_r = kUuidR;
-        o.registrar.certificate_mode = certificate_mode;
-        o.registrar.cert_list = {0x01, 0x02, 0x03};
-        return o;
-    }
-    static exchange::Identity identity(size_t len) {
-        exchange::Identity id;
-        id.uuid = kUuidR;
-        for (size_t i = 0; i < len; ++i) id.data.push_back(static_cast<uint8_t>(0x41 + i % 26));
-        return id;
-    }
     static Bytes chip_key() {
         const auto k = sim_->public_key(0);
         return Bytes(k.begin(), k.end());
     }
-
     static chipsim::Simulator* sim_;
 };
 chipsim::Simulator* ChipExchange::sim_ = nullptr;
 
-TEST_F(ChipExchange, Mode1WithoutIdentitySignsTheSigningKeyAttribute) {
-    const exchange::Transcript t = exchange::run(options(1));
-    ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
-    EXPECT_EQ(t.start_result, 1);
-    EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
-    EXPECT_TRUE(t.outcome.signature_verified);
-    EXPECT_EQ(t.outcome.signed_length, 52u);
-    EXPECT_EQ(t.outcome.signing_public_key, chip_key());
-    EXPECT_EQ(t.cert_rc, 0);
-    EXPECT_EQ(Bytes(t.cert_public_key.begin(), t.cert_public_key.end()), chip_key());
-}
-
-// With an identity the chip covers all of the request but its last 4 bytes.
-TEST_F(ChipExchange, Mode1WithIdentitySignsAllButTheLastFourBytes) {
-    exchange::Options o = options(1);
-    o.identities = {identity(30)};
+TEST_P(ChipExchange, ChipSignatureVerifiesOverTheIntendedBytes) {
+    const ChipCase& c = GetParam();
+    exchange::Options o;
+    o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
+    o.secure_chip = true;
+    o.after_start = exchange::wait_chip_connected;
+    o.registrar.uuid_r = kUuidR;
+    o.registrar.certificate_mode = c.certificate_mode;
+    o.registrar.cert_list = {0x01, 0x02, 0x03};
+    if (c.certificate_mode == 2) o.registrar.known_public_key = chip_key();
+    if (c.identity_len != 0) {
+        exchange::Identity id{kUuidR, {}};
+        for (size_t i = 0; i < c.identity_len; ++i) id.data.push_back(uint8_t(0x41 + i % 26));
+        o.identities = {id};
+    }
     const exchange::Transcript t = exchange::run(o);
     ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
     EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
     EXPECT_TRUE(t.outcome.signature_verified);
-    EXPECT_EQ(t.outcome.signed_length, 30u + 56u);
+    EXPECT_EQ(t.outcome.signed_length, c.signed_length);
+    if (c.identity_len == 0) {
+        EXPECT_EQ(t.outcome.signing_public_key, chip_key());
+        EXPECT_EQ(t.cert_rc, 0);
+        EXPECT_EQ(Bytes(t.cert_public_key.begin(), t.cert_public_key.end()), chip_key());
+    }
 }
 
-TEST_F(ChipExchange, Mode2SignsTheWholeIdentityWithTheSlotKey) {
-    exchange::Options o = options(2);
-    o.identities = {identity(45)};
-    o.registrar.known_public_key = chip_key();
-    const exchange::Transcript t = exchange::run(o);
-    ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
-    EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);
-    EXPECT_TRUE(t.outcome.signature_verified);
-    EXPECT_EQ(t.outcome.signed_length, 45u + 4u);
-}
+INSTANTIATE_TEST_SUITE_P(Modes, ChipExchange,
+                         testing::Values(ChipCase{"Mode1WithoutIdentity", 1, 0, 52},
+                                         ChipCase{"Mode1WithIdentity", 1, 30, 30 + 56},
+                                         ChipCase{"Mode2WithIdentity", 2, 45, 45 + 4}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 
