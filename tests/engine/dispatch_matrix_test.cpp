@@ -4,7 +4,7 @@
 // Message frames here are structurally valid for the dispatcher (Version and Message Type
 // attributes) but carry no valid Authenticator: in its waiting state the parser refuses them, so
 // the table records NACK 18 and state 9 there. The accepted M2/M4/M6/M8 transitions need real
-// cryptography and are walked against the reference registrar in exchange_paths_test.cpp.
+// cryptography and are walked against the reference registrar in tests/exchange/psk_run_test.cpp.
 #include <map>
 #include <sstream>
 
