@@ -14,18 +14,6 @@ namespace {
 
 constexpr int64_t kSeconds = 1795262400;  // 2026-11-21 12:00:00 UTC
 
-struct Key {
-    uint32_t limbs[6];
-    int32_t count;
-};
-
-Key key_from_hex(const std::string& hex24) {
-    const Bytes b = hex(hex24);
-    Key k{};
-    k.count = bytes_to_limbs(b.data(), b.size(), k.limbs, 6);
-    return k;
-}
-
 class WithFakeClock : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -50,11 +38,11 @@ TEST(EcdsaVectors, FixedNonceSignaturesAndKeyPairs) {
         BigNum e;
         ecdsa_message_scalar(e, msg.data(), static_cast<uint32_t>(msg.size()));
         EXPECT_EQ(bn_to_hex(e), bn_to_hex(bn_hex(v["e_sha256_mod_n"].str()))) << what;
-        const Key key = key_from_hex(v["d"].str());
+        const BigNum key = bn_hex(v["d"].str());
         uint8_t sig[kSignatureBytes + 4];
         std::memset(sig, 0xA5, sizeof sig);
         ASSERT_EQ(sign_with_explicit_k(sig, msg.data(), static_cast<uint32_t>(msg.size()),
-                                       key.limbs, key.count, bn_hex(v["k"].str())),
+                                       key.limb, key.count, bn_hex(v["k"].str())),
                   48)
             << what;
         EXPECT_EQ(to_hex(sig, sizeof sig), v["signature_r_s_48"].str() + "A5A5A5A5") << what;
@@ -83,11 +71,11 @@ TEST(EcdsaVectors, LeftAlignedKeyGivesASignatureThatDoesNotVerify) {
         const std::string minimal = v["d_minimal_as_GenPrivateKeyAndPublicKey_writes"].str();
         ASSERT_EQ(minimal.size(), 46u);
         EXPECT_EQ(minimal + "00", q["area_24_bytes"].str());
-        const Key key = key_from_hex(minimal + "00");
+        const BigNum key = bn_hex(minimal + "00");
         const Bytes msg = hex(v["msg_hex"].str());
         uint8_t sig[kSignatureBytes];
         ASSERT_EQ(
-            sign_with_explicit_k(sig, msg.data(), 3, key.limbs, key.count, bn_hex(v["k"].str())),
+            sign_with_explicit_k(sig, msg.data(), 3, key.limb, key.count, bn_hex(v["k"].str())),
             48);
         EXPECT_EQ(to_hex(sig, 48), q["r"].str() + q["s"].str());
         EXPECT_FALSE(ref_verify(bn_hex(v["Qx"].str()), bn_hex(v["Qy"].str()), msg.data(), 3, sig));
@@ -181,21 +169,21 @@ TEST_F(WithFakeClock, RandomScalarFollowsTheClockAndTheCounter) {
 }
 
 TEST_F(WithFakeClock, TwoSignaturesInOneSecondDifferOnlyThroughTheCounter) {
-    const Key key = key_from_hex("90D8E7EC0B70F0C696A827559D859099E00BE6D84C5363E4");
+    const BigNum key = bn_hex("90D8E7EC0B70F0C696A827559D859099E00BE6D84C5363E4");
     const uint8_t msg[3] = {'a', 'b', 'c'};
     uint8_t first[kSignatureBytes], second[kSignatureBytes], replay[kSignatureBytes];
     set_random_counter(0);
-    ASSERT_EQ(Sign_With_Private_Key(first, msg, 3, key.limbs, key.count), 48);
-    ASSERT_EQ(Sign_With_Private_Key(second, msg, 3, key.limbs, key.count), 48);
+    ASSERT_EQ(Sign_With_Private_Key(first, msg, 3, key.limb, key.count), 48);
+    ASSERT_EQ(Sign_With_Private_Key(second, msg, 3, key.limb, key.count), 48);
     EXPECT_NE(to_hex(first, 24), to_hex(second, 24));  // different r: different k
     EXPECT_GE(FakeClock::srand_calls, 2);               // reseeded at every draw
     // The same second and the same counter give the same nonce; another second another one.
     set_random_counter(0);
-    ASSERT_EQ(Sign_With_Private_Key(replay, msg, 3, key.limbs, key.count), 48);
+    ASSERT_EQ(Sign_With_Private_Key(replay, msg, 3, key.limb, key.count), 48);
     EXPECT_EQ(to_hex(replay, 48), to_hex(first, 48));
     FakeClock::now += 1;
     set_random_counter(0);
-    ASSERT_EQ(Sign_With_Private_Key(replay, msg, 3, key.limbs, key.count), 48);
+    ASSERT_EQ(Sign_With_Private_Key(replay, msg, 3, key.limb, key.count), 48);
     EXPECT_NE(to_hex(replay, 24), to_hex(first, 24));
 }
 
