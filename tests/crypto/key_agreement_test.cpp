@@ -4,43 +4,33 @@
 
 #include "api/context.h"
 #include "crypto/crypto.h"
-#include "crypto_test_util.h"
 #include "messages/messages.h"
+#include "signing/support.h"
 #include "zev.h"
 
 namespace {
 
-using cryptotest::Bytes;
-using cryptotest::bytes_of;
-using cryptotest::FakeClock;
+using namespace support;
+using ref::bytes_of;
 
-TEST(InitSession, ThreeDrawsWithinOneSecondAreEqual) {
-    FakeClock::install(1600000000, false);
-    ASSERT_TRUE(InitSession());
-    FakeClock::remove();
-    const Bytes expected = FakeClock::expected_draw(1600000000);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Nonce, 16), expected);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce1, 16), expected);
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce2, 16), expected);
-    EXPECT_EQ(FakeClock::srand_calls, 3) << "re-seeded before each draw";
-    EXPECT_NE(bytes_of(g_EnrolleeKeys.PublicKey, 64), Bytes(64, 0));
-    EXPECT_EQ(g_RegistrarKeys.SimpleConfigState, 1) << "both records are reset";
-}
-
-TEST(InitSession, DrawsAcrossASecondBoundaryDiffer) {
-    FakeClock::install(1600000000, true);  // the clock advances at every reading
-    ASSERT_TRUE(InitSession());
-    FakeClock::remove();
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.Nonce, 16), FakeClock::expected_draw(1600000000));
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce1, 16), FakeClock::expected_draw(1600000001));
-    EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce2, 16), FakeClock::expected_draw(1600000002));
-    EXPECT_NE(bytes_of(g_EnrolleeKeys.Nonce, 16), bytes_of(g_EnrolleeKeys.SecretNonce1, 16));
+TEST(InitSession, DrawsFollowTheSecondOfEachDraw) {
+    for (bool tick : {false, true}) {  // within one second, or a second later at every reading
+        FakeClock::install(1600000000, tick);
+        ASSERT_TRUE(InitSession());
+        FakeClock::remove();
+        EXPECT_EQ(bytes_of(g_EnrolleeKeys.Nonce, 16), FakeClock::expected_draw(1600000000));
+        EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce1, 16), FakeClock::expected_draw(1600000000 + tick));
+        EXPECT_EQ(bytes_of(g_EnrolleeKeys.SecretNonce2, 16), FakeClock::expected_draw(1600000000 + 2 * tick));
+        EXPECT_EQ(FakeClock::srand_calls, 3) << "re-seeded before each draw";
+        EXPECT_NE(bytes_of(g_EnrolleeKeys.PublicKey, 64), Bytes(64, 0));
+        EXPECT_EQ(g_RegistrarKeys.SimpleConfigState, 1) << "both records are reset";
+    }
 }
 
 TEST(InitSession, FailsWhenTheKeyPairCannotBeMade) {
     void* const saved = g_phSessionHandle;
     g_phSessionHandle = nullptr;  // the library refuses an unknown session
-    cryptotest::TraceCapture capture;
+    ref::TraceCapture capture;
     EXPECT_FALSE(InitSession());
     g_phSessionHandle = saved;
     EXPECT_TRUE(capture.has("ZEV_SM2_GenerateAgreementDataWithECC != 0.\r\n"));
@@ -58,23 +48,22 @@ TEST(ComputerExchangeKey, RegistrarReachesTheSameKey) {
 
     // The registrar's two pairs, and its view of the exchange as the responder.
     ZEV_ECCPrivateKey r_priv{}, r_temp_priv{};
-    ZEV_ECCPublicKey r_pub{}, r_temp_pub{};
+    ZEV_ECCPublicKey r_pub{}, r_temp_pub{}, e_pub{256, {}, {}}, e_temp_pub{256, {}, {}};
     ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &r_priv, &r_pub), 0);
     ASSERT_EQ(ZEV_SM2_GenerateAgreementDataWithECC(g_phSessionHandle, &r_temp_priv, &r_temp_pub), 0);
-    std::memcpy(g_RegistrarKeys.PublicKey, r_pub.x, 32);
-    std::memcpy(g_RegistrarKeys.PublicKey + 32, r_pub.y, 32);
-    std::memcpy(g_RegistrarKeys.TempPublicKey, r_temp_pub.x, 32);
-    std::memcpy(g_RegistrarKeys.TempPublicKey + 32, r_temp_pub.y, 32);
-
-    cryptotest::TraceCapture capture;
+    for (auto [pub, record] : {std::pair{&r_pub, g_RegistrarKeys.PublicKey},
+                               {&r_temp_pub, g_RegistrarKeys.TempPublicKey}}) {
+        std::memcpy(record, pub->x, 32);
+        std::memcpy(record + 32, pub->y, 32);
+    }
+    ref::TraceCapture capture;
     ASSERT_EQ(ComputerExchangeKey(), 0);
     EXPECT_TRUE(capture.has("ComputerExchangeKey success.\r\n"));
-
-    ZEV_ECCPublicKey e_pub{256, {}, {}}, e_temp_pub{256, {}, {}};
-    std::memcpy(e_pub.x, g_EnrolleeKeys.PublicKey, 32);
-    std::memcpy(e_pub.y, g_EnrolleeKeys.PublicKey + 32, 32);
-    std::memcpy(e_temp_pub.x, g_EnrolleeKeys.TempPublicKey, 32);
-    std::memcpy(e_temp_pub.y, g_EnrolleeKeys.TempPublicKey + 32, 32);
+    for (auto [pub, record] : {std::pair{&e_pub, g_EnrolleeKeys.PublicKey},
+                               {&e_temp_pub, g_EnrolleeKeys.TempPublicKey}}) {
+        std::memcpy(pub->x, record, 32);
+        std::memcpy(pub->y, record + 32, 32);
+    }
     uint8_t registrar_key[32] = {};
     ZEV_AgreementOut out{};
     out.key = registrar_key;
@@ -89,7 +78,7 @@ TEST(ComputerExchangeKey, RegistrarReachesTheSameKey) {
 TEST(ComputerExchangeKey, ReportsTheLibraryFailure) {
     std::memset(g_RegistrarKeys.PublicKey, 0, 64);  // not a curve point
     std::memset(g_RegistrarKeys.TempPublicKey, 0, 64);
-    cryptotest::TraceCapture capture;
+    ref::TraceCapture capture;
     EXPECT_EQ(ComputerExchangeKey(), -1);
     bool found = false;
     for (const auto& l : capture.lines) found |= l.rfind("ZEV_SM2_GenerateKeyWithECC error, ret = ", 0) == 0;

@@ -1,78 +1,184 @@
-// Shared helpers of the signing tests: hex, BigNum <-> libgcrypt MPI, the WAPI curve as a
-// libgcrypt context built from explicit parameters, and reference point multiplication and
-// ECDSA verification.
+// Helpers of the signing, crypto and ZEV stand-in tests: hex, BigNum <-> libgcrypt MPI, points
+// of the WAPI curve through libgcrypt, and a clock and C generator that the test drives by hand.
 #pragma once
 
 #include <gcrypt.h>
 
-#include <cstdint>
+#include <cstdio>
+#include <map>
 #include <random>
 #include <string>
-#include <vector>
 
+#include "common/reference.h"
+#include "common/test_bytes.h"
 #include "common/vectors.h"
+#include "platform/platform.h"
 #include "signing/bignum.h"
 #include "signing/curve192.h"
 
-namespace signing_test {
+namespace support {
 
-// Random-input loops run their full count in normal builds and a fifth of it under the
-// sanitizers, which slow our arithmetic (not libgcrypt's) about tenfold: the suite stays at a
-// few seconds either way.
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr int kLoopDivisor = 5;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-inline constexpr int kLoopDivisor = 5;
-#else
-inline constexpr int kLoopDivisor = 1;
-#endif
-#else
-inline constexpr int kLoopDivisor = 1;
-#endif
-constexpr int loops(int full) {
-    return full / kLoopDivisor;
+using testbytes::Bytes;
+using testbytes::hex;
+
+inline std::string to_hex(const uint8_t* p, size_t n) {
+    std::string s;
+    char buf[3];
+    for (size_t i = 0; i < n; ++i) {
+        std::snprintf(buf, sizeof buf, "%02X", p[i]);
+        s += buf;
+    }
+    return s;
+}
+inline std::string to_hex(const Bytes& b) { return to_hex(b.data(), b.size()); }
+
+inline Bytes random_bytes(size_t n) {
+    ref::init_gcrypt();
+    Bytes out(n);
+    if (n != 0) gcry_create_nonce(out.data(), n);
+    return out;
 }
 
-std::vector<uint8_t> from_hex(const std::string& hex);
-std::string to_hex(const uint8_t* data, size_t len);
-inline std::string to_hex(const std::vector<uint8_t>& v) {
-    return to_hex(v.data(), v.size());
+// A vector file, read once; a missing one has already failed the test.
+inline const testjson::JsonValue& vectors(const std::string& file) {
+    static std::map<std::string, testjson::JsonValue> cache;
+    auto [it, fresh] = cache.try_emplace(file);
+    if (fresh) it->second = testjson::load_vectors(file).value_or(testjson::JsonValue{});
+    return it->second;
 }
 
-BigNum bn_hex(const std::string& hex);
-std::string bn_to_hex(const BigNum& a);  // minimal upper-case hex, "0" for zero
+inline BigNum bn_hex(const std::string& text) {
+    const Bytes b = hex(text);
+    BigNum r;
+    bn_from_bytes(r, b.data(), b.size());
+    return r;
+}
+inline std::string bn_to_hex(const BigNum& a) {  // minimal upper-case hex, "0" for zero
+    uint8_t buf[4 * kBigNumLimbs];
+    size_t n = 0;
+    bn_to_bytes_minimal(a, buf, sizeof buf, &n);
+    return n == 0 ? "0" : to_hex(buf, n);
+}
 
-// A random value of up to `limbs` limbs with random length (bytes) and random top limbs.
-BigNum random_bn(std::mt19937_64& rng, int32_t limbs);
-BigNum random_below(std::mt19937_64& rng, const BigNum& m);
+// Up to `limbs` limbs of random length, mixing full, empty and all-ones limbs to reach the
+// carry and borrow corners.
+inline BigNum random_bn(std::mt19937_64& rng, int32_t limbs) {
+    BigNum r;
+    bn_zero(r);
+    r.count = static_cast<int32_t>(rng() % static_cast<uint64_t>(limbs + 1));
+    for (int32_t i = 0; i < r.count; ++i) {
+        const uint64_t kind = rng() % 8;
+        r.limb[i] = kind == 0 ? 0 : kind == 1 ? 0xFFFFFFFFu : static_cast<uint32_t>(rng());
+    }
+    bn_normalise(r);
+    return r;
+}
+inline BigNum random_below(std::mt19937_64& rng, const BigNum& m) {
+    BigNum r;
+    bn_zero(r);
+    for (int32_t i = 0; i < m.count; ++i) r.limb[i] = static_cast<uint32_t>(rng());
+    r.count = m.count;
+    bn_normalise(r);
+    bn_mod(r, r, m);
+    return r;
+}
 
-// Vector files, loaded once.
-const testjson::JsonValue& vectors(const char* file);
-
-// libgcrypt, initialised once.
-void gcrypt_init();
-gcry_mpi_t to_mpi(const BigNum& a);
-BigNum from_mpi(gcry_mpi_t m);
+// A libgcrypt MPI owned for one scope: of a BigNum, or a fresh zero for a result.
+struct Mpi {
+    gcry_mpi_t m;
+    Mpi() : m((ref::init_gcrypt(), gcry_mpi_new(0))) {}
+    explicit Mpi(const BigNum& a) : Mpi() {
+        uint8_t buf[4 * kBigNumLimbs];
+        size_t n = 0;
+        bn_to_bytes_minimal(a, buf, sizeof buf, &n);
+        if (n != 0) gcry_mpi_release(m), gcry_mpi_scan(&m, GCRYMPI_FMT_USG, buf, n, nullptr);
+    }
+    Mpi(const Mpi&) = delete;
+    ~Mpi() { gcry_mpi_release(m); }
+    operator gcry_mpi_t() const { return m; }
+    BigNum bn() const {
+        uint8_t buf[4 * kBigNumLimbs + 8];
+        size_t n = 0;
+        gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, m);
+        BigNum r;
+        bn_from_bytes(r, buf, gcry_mpi_cmp_ui(m, 0) == 0 ? 0 : n);
+        return r;
+    }
+};
 
 struct RefPoint {
     bool infinity;
-    BigNum x;
-    BigNum y;
+    BigNum x, y;
 };
 // k * (x, y) on the WAPI curve through gcry_mpi_ec_mul.
-RefPoint ref_mul(const BigNum& k, const BigNum& x, const BigNum& y);
-// gcry_pk_verify with (data (flags raw)(value e)) over the explicit-parameter curve.
-bool ref_verify(const BigNum& e, const uint8_t signature[48], const BigNum& qx, const BigNum& qy);
+inline RefPoint ref_mul(const BigNum& k, const BigNum& x, const BigNum& y) {
+    static const gcry_ctx_t ctx = [] {
+        ref::init_gcrypt();
+        gcry_sexp_t s = nullptr;
+        gcry_ctx_t c = nullptr;
+        gcry_sexp_new(&s, ref::kWapi192Curve, 0, 1);
+        gcry_mpi_ec_new(&c, s, nullptr);
+        gcry_sexp_release(s);
+        return c;
+    }();
+    Mpi mx(x), my(y), mk(k), ax, ay;
+    gcry_mpi_point_t p = gcry_mpi_point_set(nullptr, mx, my, GCRYMPI_CONST_ONE);
+    gcry_mpi_point_t r = gcry_mpi_point_new(0);
+    gcry_mpi_ec_mul(r, mk, p, ctx);
+    RefPoint out{};
+    out.infinity = gcry_mpi_ec_get_affine(ax, ay, r, ctx) != 0;
+    if (!out.infinity) out.x = ax.bn(), out.y = ay.bn();
+    gcry_mpi_point_release(p);
+    gcry_mpi_point_release(r);
+    return out;
+}
+// libgcrypt's ECDSA verification of r || s over msg under the public key (qx, qy).
+inline bool ref_verify(const BigNum& qx, const BigNum& qy, const uint8_t* msg, size_t len,
+                       const uint8_t* sig) {
+    Bytes pub(48);
+    bn_to_bytes_fixed(qx, pub.data(), 24, 24);
+    bn_to_bytes_fixed(qy, pub.data() + 24, 24, 24);
+    return ref::wapi192_verify(pub, msg, len, sig);
+}
 
-// Deterministic clock and generator for RandomScalar: a fixed file time and an LCG whose
-// sequence restarts at every srand, like the C library's.
+// A clock set by hand (or a second later at every reading) and a C generator with msvcrt's LCG
+// that restarts at every srand, so that every draw can be replayed.
 struct FakeClock {
-    static void install(uint64_t file_time);
-    static void uninstall();
-    static void set(uint64_t file_time);
-    static uint32_t last_seed();
-    static int srand_calls();
+    static inline int64_t now = 0;
+    static inline bool tick = false;
+    static inline uint32_t state = 0, last_seed = 0;
+    static inline int srand_calls = 0;
+
+    static int64_t time() { return tick ? now++ : now; }
+    static uint64_t file_time() {
+        return static_cast<uint64_t>(time()) * 10000000ull + 116444736000000000ull;
+    }
+    static void seed(uint32_t s) {
+        state = last_seed = s;
+        ++srand_calls;
+    }
+    static int next() {
+        state = state * 214013u + 2531011u;
+        return static_cast<int>((state >> 16) & 0x7FFF);
+    }
+    // The 16 bytes of a byte draw seeded with `second`.
+    static Bytes expected_draw(int64_t second) {
+        state = static_cast<uint32_t>(second);
+        Bytes out(16);
+        for (auto& b : out) b = static_cast<uint8_t>(next());
+        return out;
+    }
+    static void install(int64_t start, bool ticking = false) {
+        now = start;
+        tick = ticking;
+        srand_calls = 0;
+        platform::set_time_source(&time, &file_time);
+        platform::set_generator(&seed, &next);
+    }
+    static void remove() {
+        platform::set_time_source(nullptr, nullptr);
+        platform::set_generator(nullptr, nullptr);
+    }
 };
 
-}  // namespace signing_test
+}  // namespace support
