@@ -123,11 +123,10 @@ class ReassemblyTest : public DispatchTest {
         start(WAPIWPS_MODE_WAPI_CERT);
         g_State_Machine = WAIT_M8;
     }
-    // A payload that the dispatcher routes as M8 (byte 9 is 0x0C), then `extra` bytes.
-    static Bytes m8_payload(size_t extra, uint8_t fill) {
-        return routed_body(WPS_MSG_TYPE_M8, extra, fill);
-    }
 };
+
+// A payload that the dispatcher routes as M8 (byte 9 is 0x0C), then `extra` bytes.
+Bytes m8_payload(size_t extra, uint8_t fill) { return routed_body(WPS_MSG_TYPE_M8, extra, fill); }
 
 // One collection: a first fragment with the length field, a continuation whose copy length is
 // the host-order EAP length, one that is not routed as M8, and the last fragment, which completes

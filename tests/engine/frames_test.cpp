@@ -10,13 +10,6 @@ using enginetest::message_frame;
 
 class FramesTest : public enginetest::EngineTest {};
 
-TEST_F(FramesTest, EapolStartIsFourBytes) {
-    uint8_t buf[8] = {};
-    uint32_t len = 0;
-    EXPECT_EQ(0, PackEapolStart(buf, &len));
-    EXPECT_EQ(Bytes(buf, buf + len), hex("02010000"));
-}
-
 TEST_F(FramesTest, ResponseIdentityInBothFlavours) {
     g_EapIdentifier = 7;
     uint8_t buf[64] = {};
@@ -50,18 +43,6 @@ TEST_F(FramesTest, AckFrameHasHeadersAroundTheBody) {
     EXPECT_EQ(0, PackDone(buf.data(), &len));
     EXPECT_EQ(Bytes(buf.begin(), buf.begin() + 28),
               hex("02000040 02330040FE 00372A 00000001 05 00 104A000110 102200010F"));
-}
-
-TEST_F(FramesTest, NackFrameOnlyWrites) {
-    g_WPS_mode = WAPI_WPS_PSK;
-    g_State_Machine = WAIT_M4;
-    Bytes buf(128, 0);
-    uint32_t len = 0;
-    EXPECT_EQ(0, PackNack(buf.data(), &len, 18));
-    ASSERT_EQ(len, 74u);
-    EXPECT_EQ(buf[OFF_OPCODE], WSC_OP_NACK);
-    EXPECT_EQ(Bytes(buf.begin() + 68, buf.begin() + 74), hex("100900021200"));
-    EXPECT_EQ(g_State_Machine, WAIT_M4);  // the dispatcher moves the state
 }
 
 // ---- UnpackHeader (-101 .. -108) and UnpackRequestStart (-7 .. -17), one spoiled header each --

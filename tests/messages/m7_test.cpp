@@ -154,17 +154,6 @@ TEST_F(M7Test, FirstOfTwoIdentitiesWithTheSameUuidIsUsed) {
     EXPECT_EQ(CertificateNeeded, 0);
 }
 
-// Ending a run forgets the registered identities: count and list together.
-TEST_F(M7Test, IdentitiesAreForgottenWhenTheRunStops) {
-    register_identities({{kUuidR[0], 10, 0x11}});
-    StopWPS();
-    Keyed::SetUp();  // the stop wiped the keys
-    g_WPS_mode = WAPI_WPS_CERT;
-    CertificateMode = 1;
-    EXPECT_EQ(check_common(build()).size(), 29u + 104);
-    EXPECT_EQ(CertificateNeeded, 1);
-}
-
 TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheKey) {
     int consistent = 0;
     for (uint32_t seed = 1; seed <= 40; ++seed) {

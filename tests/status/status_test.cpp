@@ -183,12 +183,8 @@ TEST(ResultText, EveryCodeOfTheTableHasItsSentence) {
         const CheckRow* first = find_check_code(row.code);
         ASSERT_NE(first, nullptr);
         EXPECT_STREQ(WapiWps_ResultText(row.code), first->text);
-        EXPECT_NE(std::string(row.text).find('.'), std::string::npos) << row.text;
         if (row.code < 0) {
             EXPECT_STREQ(WapiWps_ResultText(WAPIWPS_CHECKER_BASE + row.code), first->text);
-        }
-        if (first != &row) {
-            EXPECT_NE(std::string(first->text).find("same code"), std::string::npos) << first->text;
         }
     }
     EXPECT_STREQ(WapiWps_ResultText(65522), check_row(CheckId::StartWapiVendor).text);
