@@ -1,38 +1,21 @@
-// The known-answer files under tests/data/vectors, read with nlohmann::json into a small tree
-// that the tests walk: objects, arrays, strings, numbers, literals.
+// The known-answer files under tests/data/vectors, read with nlohmann::json. Members are read
+// with at(), so a file that lacks one fails its test with nlohmann's message instead of crashing.
 #pragma once
 
-#include <cstdint>
-#include <optional>
+#include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
 namespace testjson {
 
-struct JsonValue {
-    enum class Kind { kNull, kBool, kNumber, kString, kArray, kObject };
-    Kind kind = Kind::kNull;
-    bool boolean = false;
-    std::string text;  // a string's value, or a number as written
-    std::vector<JsonValue> items;
-    std::vector<std::string> keys;  // an object's member names, parallel to values
-    std::vector<JsonValue> values;
-
-    // The member named key of an object, or nullptr (also for a non-object).
-    const JsonValue* find(const std::string& key) const;
-    bool is_string() const { return kind == Kind::kString; }
-    // Reference-style access: a missing member reads as a null value.
-    const JsonValue& operator[](const std::string& key) const;
-    bool has(const std::string& key) const { return find(key) != nullptr; }
-    const std::string& str() const { return text; }
-    double number() const;  // a number's value; 0 for anything else
-};
+using Json = nlohmann::json;
 
 // Reads and parses tests/data/vectors/<name>. A missing or malformed file records a test failure
-// that names it and gives nullopt, so a test stops with that message instead of reading nothing.
-std::optional<JsonValue> load_vectors(const std::string& name);
+// that names it and gives an empty object.
+Json load_vectors(const std::string& name);
 
-// Hex text (either case, even length) to bytes; nullopt on anything else.
-std::optional<std::vector<uint8_t>> from_hex(const std::string& hex);
+// A string member, or "" when the object has none (or null).
+inline std::string text_or_empty(const Json& v, const char* key) {
+    return v.contains(key) && v.at(key).is_string() ? v.at(key).get<std::string>() : std::string();
+}
 
 }  // namespace testjson

@@ -17,10 +17,10 @@ namespace {
 using registrar::Bytes;
 using registrar::Registrar;
 using registrar::Status;
-using testjson::JsonValue;
+using testjson::Json;
 namespace crypto = registrar::crypto;
 
-Bytes hex(const std::string& text) { return testjson::from_hex(text).value_or(Bytes{}); }
+using testbytes::hex;
 
 const Bytes kEapolStart = {0x02, 0x01, 0x00, 0x00};
 
@@ -48,19 +48,19 @@ TEST(RegistrarProtocol, AnswersStartAndIdentityExactly) {
 
 TEST(RegistrarCrypto, EcdsaVerifiesTheModNSignatureOnly) {
     crypto::init();
-    const JsonValue doc = testjson::load_vectors("ecdsa_wapi192.json").value_or(JsonValue{});
-    ASSERT_FALSE(doc["vectors"].items.empty());
-    for (const auto& v : doc["vectors"].items) {
-        Bytes q = hex(v["Qx"].text);
-        const Bytes qy = hex(v["Qy"].text);
+    const Json doc = testjson::load_vectors("ecdsa_wapi192.json");
+    ASSERT_FALSE(doc.at("vectors").empty());
+    for (const auto& v : doc.at("vectors")) {
+        Bytes q = hex(v.at("Qx").get<std::string>());
+        const Bytes qy = hex(v.at("Qy").get<std::string>());
         q.insert(q.end(), qy.begin(), qy.end());
-        const Bytes msg = hex(v["msg_hex"].text);
-        const Bytes sig = hex(v["signature_r_s_48"].text);
-        EXPECT_TRUE(crypto::ecdsa192_verify(q, msg, sig)) << v["description"].text;
+        const Bytes msg = hex(v.at("msg_hex").get<std::string>());
+        const Bytes sig = hex(v.at("signature_r_s_48").get<std::string>());
+        EXPECT_TRUE(crypto::ecdsa192_verify(q, msg, sig)) << v.at("description").get<std::string>();
         // The same k with the leftmost-192-bits rule gives another signature, which must fail.
-        const Bytes x962 = hex(v["x962_variant"]["signature_r_s_48"].text);
+        const Bytes x962 = hex(v.at("x962_variant").at("signature_r_s_48").get<std::string>());
         if (x962 != sig) {
-            EXPECT_FALSE(crypto::ecdsa192_verify(q, msg, x962)) << v["description"].text;
+            EXPECT_FALSE(crypto::ecdsa192_verify(q, msg, x962)) << v.at("description").get<std::string>();
         }
         // Any change of message or signature is refused.
         Bytes other = msg;

@@ -31,33 +31,33 @@ protected:
 
 TEST(EcdsaVectors, FixedNonceSignaturesAndKeyPairs) {
     const auto& doc = vectors("ecdsa_wapi192.json");
-    ASSERT_GE(doc["vectors"].items.size(), 8u);
-    for (const auto& v : doc["vectors"].items) {
-        const std::string what = v["description"].str();
-        const Bytes msg = hex(v["msg_hex"].str());
+    ASSERT_GE(doc.at("vectors").size(), 8u);
+    for (const auto& v : doc.at("vectors")) {
+        const std::string what = v.at("description").get<std::string>();
+        const Bytes msg = hex(v.at("msg_hex").get<std::string>());
         BigNum e;
         ecdsa_message_scalar(e, msg.data(), static_cast<uint32_t>(msg.size()));
-        EXPECT_EQ(bn_to_hex(e), bn_to_hex(bn_hex(v["e_sha256_mod_n"].str()))) << what;
-        const BigNum key = bn_hex(v["d"].str());
+        EXPECT_EQ(bn_to_hex(e), bn_to_hex(bn_hex(v.at("e_sha256_mod_n").get<std::string>()))) << what;
+        const BigNum key = bn_hex(v.at("d").get<std::string>());
         uint8_t sig[kSignatureBytes + 4];
         std::memset(sig, 0xA5, sizeof sig);
         ASSERT_EQ(sign_with_explicit_k(sig, msg.data(), static_cast<uint32_t>(msg.size()),
-                                       key.limb, key.count, bn_hex(v["k"].str())),
+                                       key.limb, key.count, bn_hex(v.at("k").get<std::string>())),
                   48)
             << what;
-        EXPECT_EQ(to_hex(sig, sizeof sig), v["signature_r_s_48"].str() + "A5A5A5A5") << what;
+        EXPECT_EQ(to_hex(sig, sizeof sig), v.at("signature_r_s_48").get<std::string>() + "A5A5A5A5") << what;
     }
     // The published public keys are d*G by both multipliers.
-    auto pairs = doc["vectors"].items;
-    for (const auto& v : doc["third_party_keypairs"].items) pairs.push_back(v);
+    auto pairs = doc.at("vectors");
+    for (const auto& v : doc.at("third_party_keypairs")) pairs.push_back(v);
     for (const auto& v : pairs) {
-        const BigNum d = bn_hex(v["d"].str());
+        const BigNum d = bn_hex(v.at("d").get<std::string>());
         AffinePoint qf, qv;
         fixed_base_mul(qf, d);
         variable_base_mul(qv, d, *fixed_base_point(1));
         for (const AffinePoint* q : {&qf, &qv}) {
-            EXPECT_EQ(bn_to_hex(q->x), bn_to_hex(bn_hex(v["Qx"].str()))) << v["d"].str();
-            EXPECT_EQ(bn_to_hex(q->y), bn_to_hex(bn_hex(v["Qy"].str()))) << v["d"].str();
+            EXPECT_EQ(bn_to_hex(q->x), bn_to_hex(bn_hex(v.at("Qx").get<std::string>()))) << v.at("d").get<std::string>();
+            EXPECT_EQ(bn_to_hex(q->y), bn_to_hex(bn_hex(v.at("Qy").get<std::string>()))) << v.at("d").get<std::string>();
         }
     }
 }
@@ -65,20 +65,20 @@ TEST(EcdsaVectors, FixedNonceSignaturesAndKeyPairs) {
 TEST(EcdsaVectors, LeftAlignedKeyGivesASignatureThatDoesNotVerify) {
     // The key whose top byte is zero, as key generation leaves it in a zeroed 24-byte area and
     // the signer then reads all 24 bytes as one integer (d * 256).
-    for (const auto& v : vectors("ecdsa_wapi192.json")["vectors"].items) {
-        if (!v.has("left_aligned_key_quirk")) continue;
-        const auto& q = v["left_aligned_key_quirk"];
-        const std::string minimal = v["d_minimal_as_GenPrivateKeyAndPublicKey_writes"].str();
+    for (const auto& v : vectors("ecdsa_wapi192.json").at("vectors")) {
+        if (!v.contains("left_aligned_key_quirk")) continue;
+        const auto& q = v.at("left_aligned_key_quirk");
+        const std::string minimal = v.at("d_minimal_as_GenPrivateKeyAndPublicKey_writes").get<std::string>();
         ASSERT_EQ(minimal.size(), 46u);
-        EXPECT_EQ(minimal + "00", q["area_24_bytes"].str());
+        EXPECT_EQ(minimal + "00", q.at("area_24_bytes").get<std::string>());
         const BigNum key = bn_hex(minimal + "00");
-        const Bytes msg = hex(v["msg_hex"].str());
+        const Bytes msg = hex(v.at("msg_hex").get<std::string>());
         uint8_t sig[kSignatureBytes];
         ASSERT_EQ(
-            sign_with_explicit_k(sig, msg.data(), 3, key.limb, key.count, bn_hex(v["k"].str())),
+            sign_with_explicit_k(sig, msg.data(), 3, key.limb, key.count, bn_hex(v.at("k").get<std::string>())),
             48);
-        EXPECT_EQ(to_hex(sig, 48), q["r"].str() + q["s"].str());
-        EXPECT_FALSE(ref_verify(bn_hex(v["Qx"].str()), bn_hex(v["Qy"].str()), msg.data(), 3, sig));
+        EXPECT_EQ(to_hex(sig, 48), q.at("r").get<std::string>() + q.at("s").get<std::string>());
+        EXPECT_FALSE(ref_verify(bn_hex(v.at("Qx").get<std::string>()), bn_hex(v.at("Qy").get<std::string>()), msg.data(), 3, sig));
         return;
     }
     FAIL() << "no left-aligned key vector";
@@ -86,12 +86,12 @@ TEST(EcdsaVectors, LeftAlignedKeyGivesASignatureThatDoesNotVerify) {
 
 TEST(EcdsaVectors, OpenSslSignaturesVerifyWithOurHashScalar) {
     // Signatures made elsewhere with e = SHA-256 mod n verify under our public key.
-    for (const auto& v : vectors("ecdsa_wapi192.json")["openssl_made_signatures"].items) {
-        const Bytes msg = hex(v["msg_hex"].str());
+    for (const auto& v : vectors("ecdsa_wapi192.json").at("openssl_made_signatures")) {
+        const Bytes msg = hex(v.at("msg_hex").get<std::string>());
         AffinePoint q;
-        fixed_base_mul(q, bn_hex(v["d"].str()));
-        const Bytes sig = hex(v["r"].str() + v["s"].str());
-        EXPECT_TRUE(ref_verify(q.x, q.y, msg.data(), msg.size(), sig.data())) << v["msg_hex"].str();
+        fixed_base_mul(q, bn_hex(v.at("d").get<std::string>()));
+        const Bytes sig = hex(v.at("r").get<std::string>() + v.at("s").get<std::string>());
+        EXPECT_TRUE(ref_verify(q.x, q.y, msg.data(), msg.size(), sig.data())) << v.at("msg_hex").get<std::string>();
     }
 }
 

@@ -40,10 +40,10 @@ inline Bytes random_bytes(size_t n) {
 }
 
 // A vector file, read once; a missing one has already failed the test.
-inline const testjson::JsonValue& vectors(const std::string& file) {
-    static std::map<std::string, testjson::JsonValue> cache;
+inline const testjson::Json& vectors(const std::string& file) {
+    static std::map<std::string, testjson::Json> cache;
     auto [it, fresh] = cache.try_emplace(file);
-    if (fresh) it->second = testjson::load_vectors(file).value_or(testjson::JsonValue{});
+    if (fresh) it->second = testjson::load_vectors(file);
     return it->second;
 }
 
