@@ -2,7 +2,8 @@
  * linked by lld-link against the MSVC import library wapiwps.lib. No MSVC headers or C runtime
  * exist on the build machine, so this host uses none: freestanding C, its own entry point and
  * three kernel32 functions. It runs the start of a WAPI exchange through the C ABI:
- * EAPOL-Start, Response/Identity to a Request/Identity, M1 to a Start, then StopWPS. */
+ * EAPOL-Start, Response/Identity to a Request/Identity, then StopWPS (the later steps are the
+ * same calls, pinned byte for byte by the exchange tests). */
 #include "wapiwps.h"
 
 typedef void* HANDLE;
@@ -44,13 +45,6 @@ void host_main(void) {
     /* EAPOL v2 EAP packet, body 36 | EAP Response, id 7, length 36, type Identity, the text */
     static const uint8_t response_identity[9] = {0x02, 0x00, 0x00, 0x24, 0x02, 0x07, 0x00, 0x24, 0x01};
     static const char identity[] = "BWIPS-SimpleConfig-Enrollee-1-0";
-    /* EAPOL v1, body 14 | Request, id 8, length 14, type 242, vendor 00:81:db, type 1, Start */
-    static const uint8_t start[18] = {0x01, 0x00, 0x00, 0x0E, 0x01, 0x08, 0x00, 0x0E, 0xF2,
-                                      0x00, 0x81, 0xDB, 0x00, 0x00, 0x00, 0x01, 0x01, 0x00};
-    /* M1: Response id 8, type 242, vendor header, op-code MSG; then Version and Message Type M1 */
-    static const uint8_t m1_header[14] = {0x02, 0x08, 0x00, 0x00, 0xF2, 0x00, 0x81,
-                                          0xDB, 0x00, 0x00, 0x00, 0x01, 0x04, 0x00};
-    static const uint8_t m1_head[10] = {0x10, 0x4A, 0x00, 0x01, 0x10, 0x10, 0x22, 0x00, 0x01, 0x04};
     const char* version = WapiWps_Version();
     uint32_t out_len = 0;
 
@@ -62,12 +56,8 @@ void host_main(void) {
     if (ProcessReceivePacket(request_identity, sizeof request_identity, g_out, &out_len) !=
             WAPIWPS_RESULT_ACCEPTED || out_len != 8 + 9 + 31 || !same(g_out + 8, response_identity, 9) ||
         !same(g_out + 17, (const uint8_t*)identity, 31)) fail("Response/Identity");
-    if (ProcessReceivePacket(start, sizeof start, g_out, &out_len) != WAPIWPS_RESULT_ACCEPTED ||
-        out_len < 8 + 18 + 10 || !same(g_out + 12, m1_header, 2) || !same(g_out + 16, m1_header + 4, 10) ||
-        !same(g_out + 26, m1_head, 10)) fail("M1");
-    if (((uint32_t)g_out[10] << 8 | g_out[11]) != out_len - 8 - 4) fail("M1 length");
     if (StopWPS() != 1) fail("StopWPS");
-    say("MSVC-mode host: EAPOL-Start, Response/Identity and M1 through wapiwps.lib, wapiwps ");
+    say("MSVC-mode host: EAPOL-Start and Response/Identity through wapiwps.lib, wapiwps ");
     say(version);
     say("\r\n");
     ExitProcess(0);
