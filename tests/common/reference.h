@@ -11,19 +11,14 @@
 #include <vector>
 
 #include "platform/platform.h"
+#include "registrar/crypto.h"
 
 namespace ref {
 
 using Bytes = std::vector<uint8_t>;
 
-inline void init_gcrypt() {
-    static bool done = false;
-    if (!done) {
-        gcry_check_version(nullptr);
-        gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
-        done = true;
-    }
-}
+// The reference registrar's libgcrypt set-up: one for every test program.
+inline void init_gcrypt() { registrar::crypto::init(); }
 
 inline Bytes bytes_of(const uint8_t* p, size_t n) { return Bytes(p, p + n); }
 
@@ -39,33 +34,22 @@ inline Bytes digest(int algorithm, const uint8_t* data, size_t len) {
     gcry_md_hash_buffer(algorithm, out.data(), data, len);
     return out;
 }
-inline Bytes sm3(const Bytes& data) { return digest(GCRY_MD_SM3, data.data(), data.size()); }
 inline Bytes sha256(const Bytes& data) { return digest(GCRY_MD_SHA256, data.data(), data.size()); }
 
+// SM3, HMAC-SM3 and SM4-OFB (which encrypts and decrypts alike) are the reference registrar's.
+inline Bytes sm3(const Bytes& data) {
+    init_gcrypt();
+    const auto d = registrar::crypto::sm3(data);
+    return Bytes(d.begin(), d.end());
+}
 inline Bytes hmac_sm3(const Bytes& key, const Bytes& data) {
     init_gcrypt();
-    gcry_mac_hd_t h;
-    gcry_mac_open(&h, GCRY_MAC_HMAC_SM3, 0, nullptr);
-    gcry_mac_setkey(h, key.data(), key.size());
-    gcry_mac_write(h, data.data(), data.size());
-    Bytes out(32);
-    size_t len = out.size();
-    gcry_mac_read(h, out.data(), &len);
-    gcry_mac_close(h);
-    return out;
+    const auto mac = registrar::crypto::hmac_sm3(key, {data});
+    return Bytes(mac.begin(), mac.end());
 }
-
-// SM4 in output-feedback mode: encrypts and decrypts alike.
 inline Bytes sm4_ofb(const Bytes& key, const Bytes& iv, const Bytes& in) {
     init_gcrypt();
-    gcry_cipher_hd_t h;
-    gcry_cipher_open(&h, GCRY_CIPHER_SM4, GCRY_CIPHER_MODE_OFB, 0);
-    gcry_cipher_setkey(h, key.data(), key.size());
-    gcry_cipher_setiv(h, iv.data(), iv.size());
-    Bytes out(in.size());
-    if (!in.empty()) gcry_cipher_encrypt(h, out.data(), out.size(), in.data(), in.size());
-    gcry_cipher_close(h);
-    return out;
+    return registrar::crypto::sm4_ofb(key, iv, in);
 }
 
 // The WAPI 192-bit curve, as libgcrypt reads it.
@@ -108,32 +92,12 @@ inline Bytes wapi192_public_key(const uint8_t* d24) {
     return out;
 }
 
-// ECDSA verification over the WAPI 192-bit curve with e = SHA-256(message) mod n, handed to
-// libgcrypt as a raw value. pub48 is x || y, sig48 is r || s.
+// ECDSA verification over the WAPI 192-bit curve with e = SHA-256(message) mod n, as the reference
+// registrar verifies M7. pub48 is x || y, sig48 is r || s.
 inline bool wapi192_verify(const Bytes& pub48, const uint8_t* msg, size_t msg_len,
                            const uint8_t* sig48) {
     init_gcrypt();
-    const Bytes hash = digest(GCRY_MD_SHA256, msg, msg_len);
-    gcry_sexp_t curve = nullptr;
-    gcry_sexp_new(&curve, kWapi192Curve, 0, 1);
-    gcry_sexp_t n_token = gcry_sexp_find_token(curve, "n", 0);
-    gcry_mpi_t n = gcry_sexp_nth_mpi(n_token, 1, GCRYMPI_FMT_USG);
-    gcry_mpi_t e = nullptr;
-    gcry_mpi_scan(&e, GCRYMPI_FMT_USG, hash.data(), hash.size(), nullptr);
-    gcry_mpi_mod(e, e, n);
-    Bytes q = {0x04};
-    q.insert(q.end(), pub48.begin(), pub48.end());
-    gcry_sexp_t key = nullptr, data = nullptr, sig = nullptr;
-    const std::string curve_text(kWapi192Curve + 5, sizeof kWapi192Curve - 7);  // inside "(ecc "
-    gcry_sexp_build(&key, nullptr, ("(public-key (ecc " + curve_text + " (q %b)))").c_str(),
-                    int(q.size()), q.data());
-    gcry_sexp_build(&data, nullptr, "(data (flags raw) (value %m))", e);
-    gcry_sexp_build(&sig, nullptr, "(sig-val (ecdsa (r %b) (s %b)))", 24, sig48, 24, sig48 + 24);
-    const bool ok = gcry_pk_verify(sig, data, key) == 0;
-    for (gcry_sexp_t x : {key, data, sig, curve, n_token}) gcry_sexp_release(x);
-    gcry_mpi_release(e);
-    gcry_mpi_release(n);
-    return ok;
+    return registrar::crypto::ecdsa192_verify(pub48, {msg, msg_len}, {sig48, 48});
 }
 
 // Collects the library's trace lines for the duration of a scope.
