@@ -151,7 +151,7 @@ inline void set_device_info(uint32_t wps_mode, uint32_t address_mode, const char
                             uint16_t(wifi ? 0x0027 : 0xE000), uint16_t(wifi ? 0x000F : 0x8000),
                             0x0A0B0C0D, 0, 0x008C, {}};
     std::memcpy(g_MyMsgInfo.UUID_E, "enrollee-uuid-16", 16);
-    std::strncpy(g_MyMsgInfo.DevicePassword, pin, 32);
+    std::memcpy(g_MyMsgInfo.DevicePassword, pin, std::min<size_t>(std::strlen(pin), 32));
 }
 
 // A builder's body; the builder must succeed and stay within the body limit.

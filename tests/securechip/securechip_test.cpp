@@ -267,9 +267,10 @@ INSTANTIATE_TEST_SUITE_P(Faults, SecureChipFaultTest,
 // The answer is cut at 6,144 bytes like a message-mode pipe read; the rest stays queued and is
 // what the next transactions read, 6,144 bytes at a time, so every later answer arrives late.
 TEST_F(SecureChipTest, LongReplyIsCutAndItsRestAnswersTheNextRequests) {
-    Bytes tail = {0, 0, 0, 0, 0, 0, 0, 56};  // status 0, L = 56
-    tail.resize(56, 0x5A);
-    tail.resize(7000, 0);  // 6,144 bytes in the second read, 856 in the third
+    // Status 0 and L = 56, then the key; 6,144 bytes in the second read, 856 in the third.
+    Bytes tail(7000, 0);
+    tail[7] = 56;
+    std::fill(tail.begin() + 8, tail.begin() + 56, 0x5A);
     sim_->set_long_reply_tail(tail);
     sim_->set_fault(Fault::kLongReply);
     expect_export_works();  // the head of the long answer
