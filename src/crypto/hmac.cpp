@@ -7,9 +7,6 @@
 #include "platform/platform.h"
 #include "zev.h"
 
-namespace {
-}  // namespace
-
 uint8_t g_HmacScratch[kHmacScratchLen];
 
 uint32_t session_handle_trace() {

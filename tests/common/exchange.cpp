@@ -1,11 +1,9 @@
 // The in-process exchange harness.
 #include "common/exchange.h"
 
-#include <chrono>
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <thread>
 
 #include "api/context.h"
 #include "platform/platform.h"
@@ -165,14 +163,11 @@ Transcript run(Options o) {
 }
 
 void wait_chip_connected() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (g_SecureChipClient != nullptr) {
-            std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
-            if (g_SecureChipClient->connected != 0) return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
+    eventually([] {
+        if (g_SecureChipClient == nullptr) return false;
+        std::lock_guard<std::mutex> guard(g_SecureChipClient->lock);
+        return g_SecureChipClient->connected != 0;
+    });
 }
 
 }  // namespace exchange

@@ -5,10 +5,12 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <functional>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "registrar/registrar.h"
@@ -88,6 +90,18 @@ struct Transcript {
 
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
+
+// Polls a condition (every 2 ms, for at most 10 s) and gives its last value: for state that another
+// thread, such as the secure-chip watcher, changes.
+template <typename Pred>
+bool eventually(Pred pred) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (pred()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return pred();
+}
 
 // Waits (at most 10 s) until the newest secure-chip client has connected to its service: the
 // Options::after_start of chip runs.

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "api/context.h"
+#include "common/exchange.h"
 #include "common/reference.h"
 #include "common/wire.h"
 #include "crypto/crypto.h"
@@ -34,7 +35,7 @@ using testwire::tlv;
 inline Bytes hmac(const Bytes& key, const Bytes& data) { return ref::hmac_sm3(key, data); }
 inline Bytes head(const Bytes& b, size_t n) { return Bytes(b.begin(), b.begin() + long(n)); }
 inline Bytes be16(uint16_t v) { return {uint8_t(v >> 8), uint8_t(v)}; }
-inline Bytes text(const char* s) { return Bytes(s, s + std::strlen(s)); }
+using exchange::text;
 
 inline void remove_attr(std::vector<Attr>& attrs, uint16_t type) {
     std::erase_if(attrs, [type](const Attr& a) { return a.type == type; });

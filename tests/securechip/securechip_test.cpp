@@ -8,14 +8,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #ifdef _WIN32
@@ -32,6 +30,7 @@
 
 #include "api/context.h"
 #include "chipsim/chipsim.h"
+#include "common/exchange.h"
 #include "platform/platform.h"
 #include "platform/securechip_transport.h"
 #include "signing/securechip.h"
@@ -44,23 +43,12 @@ using chipsim::Fault;
 using Bytes = std::vector<uint8_t>;
 using Codes = std::vector<int32_t>;
 
-// Generous bound for state changes the watcher makes on its 500 ms / 1 s rhythm.
-constexpr auto kStateWait = std::chrono::seconds(10);
 // The timeout the tests give the client: short, so that a service that never answers costs
 // little, yet long enough that a service that does answer is never cut off on a loaded machine
 // under the sanitizers. No test asserts on how long anything took.
 constexpr uint32_t kShortTimeoutMs = 600;
 
-// Polls a condition with a bounded wait.
-template <typename Pred>
-bool eventually(Pred pred) {
-    auto deadline = std::chrono::steady_clock::now() + kStateWait;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (pred()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return pred();
-}
+using exchange::eventually;
 
 // Status codes one client reported.
 struct StatusLog {
@@ -71,7 +59,7 @@ struct StatusLog {
         std::lock_guard<std::mutex> guard(lock);
         return codes;
     }
-    // Waits until the log holds `count` codes; false after kStateWait.
+    // Waits until the log holds `count` codes; false after 10 s.
     bool wait_count(size_t count) {
         return eventually([&] { return snapshot().size() >= count; });
     }
