@@ -60,38 +60,6 @@ inline constexpr char kWapi192Curve[] =
     "(g #044AD5F7048DE709AD51236DE65E4D4B482C836DC6E410664002BB3A02D4AAADACAE24817A4CA3A1B014B5270432DB27D2#)"
     "(n #BDB6F4FE3E8B1D9E0DA8C0D40FC962195DFAE76F56564677#))";
 
-// d * G on the WAPI 192-bit curve, the 24 key bytes read as one integer: x || y, 24 bytes each.
-inline Bytes wapi192_public_key(const uint8_t* d24) {
-    init_gcrypt();
-    gcry_sexp_t params = nullptr;
-    gcry_sexp_new(&params, kWapi192Curve, 0, 1);
-    gcry_ctx_t ctx = nullptr;
-    gcry_mpi_ec_new(&ctx, params, nullptr);
-    gcry_mpi_t d = nullptr;
-    gcry_mpi_scan(&d, GCRYMPI_FMT_USG, d24, 24, nullptr);
-    gcry_mpi_point_t g = gcry_mpi_ec_get_point("g", ctx, 1);
-    gcry_mpi_point_t q = gcry_mpi_point_new(0);
-    gcry_mpi_ec_mul(q, d, g, ctx);
-    gcry_mpi_t x = gcry_mpi_new(0), y = gcry_mpi_new(0);
-    Bytes out(48, 0);
-    if (gcry_mpi_ec_get_affine(x, y, q, ctx) == 0) {
-        size_t n = 0;
-        uint8_t buf[24];
-        gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, x);
-        std::memcpy(out.data() + 24 - n, buf, n);
-        gcry_mpi_print(GCRYMPI_FMT_USG, buf, sizeof buf, &n, y);
-        std::memcpy(out.data() + 48 - n, buf, n);
-    }
-    gcry_mpi_release(x);
-    gcry_mpi_release(y);
-    gcry_mpi_release(d);
-    gcry_mpi_point_release(g);
-    gcry_mpi_point_release(q);
-    gcry_ctx_release(ctx);
-    gcry_sexp_release(params);
-    return out;
-}
-
 // ECDSA verification over the WAPI 192-bit curve with e = SHA-256(message) mod n, as the reference
 // registrar verifies M7. pub48 is x || y, sig48 is r || s.
 inline bool wapi192_verify(const Bytes& pub48, const uint8_t* msg, size_t msg_len,

@@ -18,8 +18,8 @@ constexpr std::array<uint8_t, 16> kUuidR = {0x52, 0x45, 0x47, 0x49, 0x53, 0x54, 
 
 class CertExchange : public testing::Test {
 protected:
-    void SetUp() override { testdet::make_deterministic(kGoodBase); }
-    void TearDown() override { testdet::restore_randomness(); }
+    void SetUp() override { FakeClock::install_repeatable(kGoodClock); }
+    void TearDown() override { FakeClock::remove(); }
 
     static exchange::Options options(uint8_t certificate_mode) {
         exchange::Options o;
@@ -42,7 +42,7 @@ protected:
         EXPECT_EQ(t.cert_list, o.registrar.cert_list);
     }
 
-    static constexpr uint32_t kGoodBase = 7;   // a key pair without leading zero bytes
+    static constexpr int64_t kGoodClock = 1700000007;   // a key pair without leading zero bytes
 };
 
 // Mode 1 without an identity signs the Signing Public Key attribute; mode 2 then signs the whole

@@ -1,8 +1,8 @@
 // M7: layout of the body and of the sealed settings in every mode, the signed byte ranges, the
 // identity lookup, and the failure path of the secure chip. Everything the library writes is
 // opened and checked here with libgcrypt.
-#include "common/deterministic.h"
 #include "exchange_fixture.h"
+#include "signing/support.h"
 #include "platform/platform.h"
 #include "wapiwps.h"
 
@@ -10,6 +10,7 @@ namespace {
 
 using namespace msgtest;
 
+constexpr int64_t kClock = 1700000000;
 constexpr uint8_t kUuidR[16] = {0x52, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 struct Built {
@@ -22,7 +23,7 @@ class M7Test : public Keyed {
 protected:
     void SetUp() override {
         Keyed::SetUp();
-        testdet::make_deterministic(0);
+        FakeClock::install_repeatable(kClock);
         g_WPS_mode = WAPI_WPS_CERT;
         g_IsDoSecureChip = 0;
         CertificateMode = 1;
@@ -31,7 +32,7 @@ protected:
     }
     void TearDown() override {
         SetCertIdentityStruct2(0, nullptr);
-        testdet::restore_randomness();
+        FakeClock::remove();
         g_IsDoSecureChip = 0;
     }
 
@@ -111,7 +112,7 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
         register_identities({{kUuidR[0], static_cast<uint16_t>(c.identity_len), 0x5A}});
     if (c.certificate_mode == 2) {  // signs with the key pair held from an earlier run
         for (uint8_t i = 0; i < 24; ++i) GeneratePrivateKey[i] = uint8_t(0x11 + i);
-        std::memcpy(g_MyMsgInfo.GeneratePublicKey, ref::wapi192_public_key(GeneratePrivateKey).data(), 48);
+        std::memcpy(g_MyMsgInfo.GeneratePublicKey, support::public_key_of(GeneratePrivateKey).data(), 48);
     }
     const Bytes s = check_common(build());
     ASSERT_EQ(s.size(), c.request_len + 29);
@@ -129,7 +130,7 @@ TEST_P(M7CertTest, RequestLayoutAndSignedRange) {
                             tlv(ATTR_IDENTITY_SIGNATURE, sig)}));
     // The signature verifies over exactly signed_len bytes from the start of the request, with
     // the key whose public half was published (the key pair is consistent for this generator).
-    ASSERT_EQ(ref::wapi192_public_key(GeneratePrivateKey), published) << "pick another generator seed";
+    ASSERT_EQ(support::public_key_of(GeneratePrivateKey), published) << "pick another generator seed";
     EXPECT_TRUE(ref::wapi192_verify(published, request.data(), c.signed_len, sig.data()));
     EXPECT_EQ(ref::wapi192_verify(published, request.data(), request.size() - 52, sig.data()),
               c.signed_len == request.size() - 52);
@@ -148,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(M7Test, FirstOfTwoIdentitiesWithTheSameUuidIsUsed) {
     CertificateMode = 2;
     std::memset(GeneratePrivateKey, 0x11, 24);  // a held key pair
-    std::memcpy(g_MyMsgInfo.GeneratePublicKey, ref::wapi192_public_key(GeneratePrivateKey).data(), 48);
+    std::memcpy(g_MyMsgInfo.GeneratePublicKey, support::public_key_of(GeneratePrivateKey).data(), 48);
     register_identities({{0x01, 10, 0x11}, {kUuidR[0], 20, 0x22}, {kUuidR[0], 30, 0x33}});
     EXPECT_EQ(check_common(build()).size(), 20u + 4 + 52 + 29);
     EXPECT_EQ(CertificateNeeded, 0);
@@ -158,11 +159,11 @@ TEST_F(M7Test, EveryNewKeySignatureVerifiesUnlessTheMinimalEncodingShortenedTheK
     int consistent = 0;
     for (uint32_t seed = 1; seed <= 40; ++seed) {
         SetUp();
-        testdet::make_deterministic(seed);
+        FakeClock::install_repeatable(kClock + seed);
         const Bytes s = check_common(build());  // the request starts at byte 29
         ASSERT_EQ(s.size(), 29u + 104);
         const Bytes published = bytes_of(g_MyMsgInfo.GeneratePublicKey, 48);
-        const bool consistent_pair = ref::wapi192_public_key(GeneratePrivateKey) == published;
+        const bool consistent_pair = support::public_key_of(GeneratePrivateKey) == published;
         EXPECT_EQ(ref::wapi192_verify(published, s.data() + 29, 52, s.data() + s.size() - 48), consistent_pair)
             << "seed " << seed;
         consistent += consistent_pair;

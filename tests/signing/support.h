@@ -1,5 +1,5 @@
-// Helpers of the signing, crypto and ZEV stand-in tests: hex, BigNum <-> libgcrypt MPI, points
-// of the WAPI curve through libgcrypt, and a clock and C generator that the test drives by hand.
+// Helpers of the signing, crypto and ZEV stand-in tests: hex, BigNum <-> libgcrypt MPI, and points
+// of the WAPI curve through libgcrypt.
 #pragma once
 
 #include <gcrypt.h>
@@ -9,6 +9,7 @@
 #include <random>
 #include <string>
 
+#include "common/deterministic.h"
 #include "common/reference.h"
 #include "common/test_bytes.h"
 #include "common/vectors.h"
@@ -132,6 +133,17 @@ inline RefPoint ref_mul(const BigNum& k, const BigNum& x, const BigNum& y) {
     gcry_mpi_point_release(r);
     return out;
 }
+// d * G for the 24 key bytes read as one integer: x || y, 24 bytes each.
+inline Bytes public_key_of(const uint8_t* d24) {
+    const CurveParams& c = curve_params();
+    BigNum d;
+    bn_from_bytes(d, d24, 24);
+    const RefPoint q = ref_mul(d, c.gx, c.gy);
+    Bytes out(48);
+    bn_to_bytes_fixed(q.x, out.data(), 24, 24);
+    bn_to_bytes_fixed(q.y, out.data() + 24, 24, 24);
+    return out;
+}
 // libgcrypt's ECDSA verification of r || s over msg under the public key (qx, qy).
 inline bool ref_verify(const BigNum& qx, const BigNum& qy, const uint8_t* msg, size_t len,
                        const uint8_t* sig) {
@@ -141,44 +153,5 @@ inline bool ref_verify(const BigNum& qx, const BigNum& qy, const uint8_t* msg, s
     return ref::wapi192_verify(pub, msg, len, sig);
 }
 
-// A clock set by hand (or a second later at every reading) and a C generator with msvcrt's LCG
-// that restarts at every srand, so that every draw can be replayed.
-struct FakeClock {
-    static inline int64_t now = 0;
-    static inline bool tick = false;
-    static inline uint32_t state = 0, last_seed = 0;
-    static inline int srand_calls = 0;
-
-    static int64_t time() { return tick ? now++ : now; }
-    static uint64_t file_time() {
-        return static_cast<uint64_t>(time()) * 10000000ull + 116444736000000000ull;
-    }
-    static void seed(uint32_t s) {
-        state = last_seed = s;
-        ++srand_calls;
-    }
-    static int next() {
-        state = state * 214013u + 2531011u;
-        return static_cast<int>((state >> 16) & 0x7FFF);
-    }
-    // The 16 bytes of a byte draw seeded with `second`.
-    static Bytes expected_draw(int64_t second) {
-        state = static_cast<uint32_t>(second);
-        Bytes out(16);
-        for (auto& b : out) b = static_cast<uint8_t>(next());
-        return out;
-    }
-    static void install(int64_t start, bool ticking = false) {
-        now = start;
-        tick = ticking;
-        srand_calls = 0;
-        platform::set_time_source(&time, &file_time);
-        platform::set_generator(&seed, &next);
-    }
-    static void remove() {
-        platform::set_time_source(nullptr, nullptr);
-        platform::set_generator(nullptr, nullptr);
-    }
-};
 
 }  // namespace support
