@@ -115,23 +115,19 @@ __attribute__((noinline)) size_t depth_used(uintptr_t low, uintptr_t top) {
 }
 
 // ---- Scenarios -------------------------------------------------------------------------------
-constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
-                                            0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
-
 struct Mode {
     const char* name;
-    int32_t wps_mode;
     uint8_t certificate_mode;  // 0 for the pre-shared key
     int m8_split;              // -1: M8 whole; else two fragments split at this legal point
     bool chip;                 // signed by the secure chip (the simulator, in-process)
 };
 
 const Mode kModes[] = {
-    {"psk", WAPIWPS_MODE_WAPI_PSK, 0, -1, false},
-    {"cert1", WAPIWPS_MODE_WAPI_CERT, 1, -1, false},
-    {"cert2", WAPIWPS_MODE_WAPI_CERT, 2, -1, false},
-    {"cert1_fragmented_m8", WAPIWPS_MODE_WAPI_CERT, 1, 1000, false},
-    {"cert1_secure_chip", WAPIWPS_MODE_WAPI_CERT, 1, -1, true},
+    {"psk", 0, -1, false},
+    {"cert1", 1, -1, false},
+    {"cert2", 2, -1, false},
+    {"cert1_fragmented_m8", 1, 1000, false},
+    {"cert1_secure_chip", 1, -1, true},
 };
 
 #if ALLOC_WITH_CHIP
@@ -168,18 +164,16 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
     ASSERT_EQ(g_allocations, ALLOC_COUNTING ? 1 : 0);
     const Mode& m = GetParam();
     if (m.chip && !ALLOC_WITH_CHIP) GTEST_SKIP() << "no secure-chip simulator in this build";
-    exchange::Options o;
-    o.wps_mode = m.wps_mode;
-    o.pin = "12345670";
+    // Certificate mode 2 signs with the key pair a mode-1 run left behind.
+    const exchange::Bytes held = m.certificate_mode == 2 ? exchange::run(exchange::cert_run(1)).outcome.signing_public_key
+                                                         : exchange::Bytes{};
+    exchange::Options o = m.certificate_mode == 0 ? exchange::psk_run() : exchange::cert_run(m.certificate_mode, held);
     o.record_trace = false;
-    o.registrar.network_key = {'k', 'e', 'y'};
     o.registrar.m8_split_index = m.m8_split;
-    if (m.certificate_mode != 0) {
-        o.registrar.uuid_r = kUuidR;
-        o.registrar.certificate_mode = m.certificate_mode;
+    if (m.certificate_mode != 0) {  // a list long enough for the M8 to be split
         o.registrar.cert_count = 3;
+        o.registrar.cert_list.clear();
         for (int i = 0; i < 1500; ++i) o.registrar.cert_list.push_back(static_cast<uint8_t>(i * 7));
-        o.registrar.require_signature = false;
     }
 #if ALLOC_WITH_CHIP
     if (m.chip) {
@@ -187,12 +181,6 @@ TEST_P(NoAllocation, ProcessReceivePacketNeverAllocates) {
         o.after_start = exchange::wait_chip_connected;
     }
 #endif
-    if (m.certificate_mode == 2) {  // an identity, signed with the key a mode-1 run left behind
-        exchange::Options first = o;
-        first.registrar.certificate_mode = 1;
-        o.registrar.known_public_key = exchange::run(first).outcome.signing_public_key;
-        o.identities = {exchange::Identity{kUuidR, exchange::Bytes(100, 0x5A)}};
-    }
     long calls = 0, allocations = 0;
     size_t peak = 0;
     uintptr_t low = 0, top = 0;

@@ -66,6 +66,27 @@ bool Transcript::has_trace(const std::string& text) const {
 
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }
 
+Options psk_run() {
+    Options o;
+    o.wps_mode = WAPIWPS_MODE_WAPI_PSK;
+    o.pin = "12345670";
+    o.registrar.network_key = text("network-key");
+    return o;
+}
+
+Options cert_run(uint8_t certificate_mode, const Bytes& held_public_key) {
+    Options o = psk_run();
+    o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
+    o.registrar.uuid_r = kUuidR;
+    o.registrar.certificate_mode = certificate_mode;
+    o.registrar.cert_count = 2;
+    o.registrar.cert_list = {0x30, 0x03, 0x02, 0x01, 0x01};
+    o.registrar.known_public_key = held_public_key;
+    o.registrar.require_signature = false;
+    if (certificate_mode == 2) o.identities = {Identity{kUuidR, Bytes(100, 0x5A)}};
+    return o;
+}
+
 Transcript run(Options o) {
     Transcript t;
     if (o.record_trace) trace_set_callback(collect_trace, &t.trace, false);

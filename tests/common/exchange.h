@@ -88,6 +88,17 @@ struct Transcript {
     uint16_t nack_error() const { return outcome.nack_config_error; }
 };
 
+// The registrar's UUID in the ready-made certificate runs.
+inline constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
+                                                   0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
+
+// Ready-made runs: the pre-shared key, and certificate mode 1 without an identity or mode 2 with
+// a 100-byte identity for kUuidR, signed with the key pair an earlier mode-1 run left behind
+// (`held_public_key`). The registrar lets a signature that does not verify pass: about one
+// software key in 85 is published short on purpose.
+Options psk_run();
+Options cert_run(uint8_t certificate_mode, const Bytes& held_public_key = {});
+
 // Runs one exchange. Installs a trace callback for its duration and restores the default after.
 Transcript run(Options options);
 

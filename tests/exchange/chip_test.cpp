@@ -17,9 +17,6 @@ namespace {
 
 using exchange::Bytes;
 
-constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
-                                            0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
-
 // Mode 1 without an identity signs the Signing Public Key attribute, and delivers the chip's key;
 // with an identity the chip covers all of the request but its last 4 bytes; mode 2 signs the
 // whole identity with the slot's key.
@@ -54,19 +51,12 @@ chipsim::Simulator* ChipExchange::sim_ = nullptr;
 
 TEST_P(ChipExchange, ChipSignatureVerifiesOverTheIntendedBytes) {
     const ChipCase& c = GetParam();
-    exchange::Options o;
-    o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
+    exchange::Options o = exchange::cert_run(c.certificate_mode, c.certificate_mode == 2 ? chip_key() : Bytes{});
     o.secure_chip = true;
     o.after_start = exchange::wait_chip_connected;
-    o.registrar.uuid_r = kUuidR;
-    o.registrar.certificate_mode = c.certificate_mode;
-    o.registrar.cert_list = {0x01, 0x02, 0x03};
-    if (c.certificate_mode == 2) o.registrar.known_public_key = chip_key();
-    if (c.identity_len != 0) {
-        exchange::Identity id{kUuidR, {}};
-        for (size_t i = 0; i < c.identity_len; ++i) id.data.push_back(uint8_t(0x41 + i % 26));
-        o.identities = {id};
-    }
+    o.registrar.require_signature = true;
+    o.identities.clear();
+    if (c.identity_len != 0) o.identities = {exchange::Identity{exchange::kUuidR, Bytes(c.identity_len, 0x41)}};
     const exchange::Transcript t = exchange::run(o);
     ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
     EXPECT_EQ(t.last_result(), WAPIWPS_RESULT_SUCCESS);

@@ -29,90 +29,51 @@ namespace {
 using exchange::Bytes;
 using Kind = registrar::Fault::Kind;
 
-constexpr std::array<uint8_t, 16> kUuidR = {0xC0, 0xC1, 0xC2, 0xC3, 0xC4, 0xC5, 0xC6, 0xC7,
-                                            0xC8, 0xC9, 0xCA, 0xCB, 0xCC, 0xCD, 0xCE, 0xCF};
-
 struct Scenario {
     const char* name;
-    exchange::Options (*options)(const Bytes& known_key);
+    exchange::Options (*options)(const Bytes& held_key);
     int32_t expected_result;  // the last ProcessReceivePacket result
     bool chip;
 };
 
-exchange::Options psk(const Bytes&) {
-    exchange::Options o;
-    o.wps_mode = WAPIWPS_MODE_WAPI_PSK;
-    o.pin = "12345670";
-    o.registrar.network_key = {'s', 'o', 'a', 'k', '-', 'k', 'e', 'y'};
-    return o;
-}
-
-exchange::Options cert(uint8_t certificate_mode, const Bytes& known_key) {
-    exchange::Options o;
-    o.wps_mode = WAPIWPS_MODE_WAPI_CERT;
-    o.registrar.uuid_r = kUuidR;
-    o.registrar.certificate_mode = certificate_mode;
-    o.registrar.cert_list = {0x30, 0x03, 0x02, 0x01, 0x01};
-    o.registrar.known_public_key = known_key;
-    // About one software key in 85 is published short on purpose and its signature cannot verify.
-    o.registrar.require_signature = false;
-    return o;
-}
-
-exchange::Options cert1(const Bytes& k) { return cert(1, k); }
-exchange::Options cert2(const Bytes& k) {
-    exchange::Options o = cert(2, k);
-    exchange::Identity id;
-    id.uuid = kUuidR;
-    id.data.assign(100, 0x5A);
-    o.identities = {id};
-    return o;
-}
-
-exchange::Options fragmented(const Bytes& k) {
-    exchange::Options o = cert(1, k);
-    o.registrar.m8_split_index = 1000;  // two fragments, split just before the trailer
-    return o;
-}
-
 exchange::Options with_fault(Kind kind, uint8_t message) {
-    exchange::Options o = psk({});
+    exchange::Options o = exchange::psk_run();
     o.registrar.fault.kind = kind;
     o.registrar.fault.message = message;
     return o;
 }
 
-exchange::Options nack(const Bytes&) { return with_fault(Kind::SendNack, 0x08); }
-exchange::Options m2d(const Bytes&) { return with_fault(Kind::SendM2D, 0x05); }
-exchange::Options wrong_pin(const Bytes&) {
-    exchange::Options o = psk({});
-    o.registrar_pin = "87654321";
-    return o;
-}
-
-#if SOAK_WITH_CHIP
-// The service simulator in-process; the client connects on its watcher thread.
-chipsim::Simulator* g_sim = nullptr;
-
-exchange::Options chip(const Bytes&) {
-    exchange::Options o = cert(1, {});
-    o.secure_chip = true;
-    o.after_start = exchange::wait_chip_connected;
-    o.registrar.require_signature = true;
-    return o;
-}
-#endif
-
 const Scenario kScenarios[] = {
-    {"psk", psk, WAPIWPS_RESULT_SUCCESS, false},
-    {"cert1", cert1, WAPIWPS_RESULT_SUCCESS, false},
-    {"cert2", cert2, WAPIWPS_RESULT_SUCCESS, false},
-    {"fragmented-m8", fragmented, WAPIWPS_RESULT_SUCCESS, false},
-    {"registrar-nack", nack, WAPIWPS_RESULT_ENDED, false},
-    {"m2d", m2d, WAPIWPS_RESULT_ENDED, false},
-    {"wrong-pin", wrong_pin, WAPIWPS_RESULT_ENDED, false},
+    {"psk", [](const Bytes&) { return exchange::psk_run(); }, WAPIWPS_RESULT_SUCCESS, false},
+    {"cert1", [](const Bytes&) { return exchange::cert_run(1); }, WAPIWPS_RESULT_SUCCESS, false},
+    {"cert2", [](const Bytes& k) { return exchange::cert_run(2, k); }, WAPIWPS_RESULT_SUCCESS, false},
+    {"fragmented-m8",
+     [](const Bytes&) {
+         exchange::Options o = exchange::cert_run(1);
+         o.registrar.m8_split_index = 1000;  // two fragments, split just before the trailer
+         return o;
+     },
+     WAPIWPS_RESULT_SUCCESS, false},
+    {"registrar-nack", [](const Bytes&) { return with_fault(Kind::SendNack, 0x08); }, WAPIWPS_RESULT_ENDED, false},
+    {"m2d", [](const Bytes&) { return with_fault(Kind::SendM2D, 0x05); }, WAPIWPS_RESULT_ENDED, false},
+    {"wrong-pin",
+     [](const Bytes&) {
+         exchange::Options o = exchange::psk_run();
+         o.registrar_pin = "87654321";
+         return o;
+     },
+     WAPIWPS_RESULT_ENDED, false},
 #if SOAK_WITH_CHIP
-    {"secure-chip", chip, WAPIWPS_RESULT_SUCCESS, true},
+    // The service simulator in-process; the client connects on its watcher thread.
+    {"secure-chip",
+     [](const Bytes&) {
+         exchange::Options o = exchange::cert_run(1);
+         o.secure_chip = true;
+         o.after_start = exchange::wait_chip_connected;
+         o.registrar.require_signature = true;
+         return o;
+     },
+     WAPIWPS_RESULT_SUCCESS, true},
 #endif
 };
 
@@ -132,7 +93,6 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "soak: the secure-chip simulator did not start\n");
         return 1;
     }
-    g_sim = &sim;
 #endif
     // Certificate mode 2 signs with the key a mode-1 run left behind: the first run makes it.
     Bytes known_key;
