@@ -4,16 +4,7 @@
 //   bit 7:    replace the body's last 8 bytes with the Authenticator the enrollee expects, so that
 //             the checks after the Authenticator step see arbitrary input.
 // The rest is the M2 body, an exact-size heap copy so that any read past it is caught.
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <vector>
-
-#include "api/context.h"
-#include "common/check_codes.h"
-#include "crypto/crypto.h"
-#include "messages/messages.h"
+#include "fuzz_messages.h"
 
 namespace {
 
@@ -77,11 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
     clear_failed_check();
     const int32_t code = UnpackMessageM2(body, static_cast<int32_t>(body.size()));
-    if (std::getenv("FUZZ_VERBOSE") != nullptr) std::fprintf(stderr, "M2 result %d\n", code);
-    if (code != 0 && (code < -42 || code > -18)) std::abort();
-    // The code a parser returns is the row of the code table it traced.
-    if (code != 0 && (last_failed_check() == nullptr || last_failed_check()->code != code))
-        std::abort();
+    fuzzmsg::check_code("M2", code, -42, -18);
     if (code == 0 && (g_PrevMsgLen != body.size() || std::memcmp(g_PrevMsgBuf, body.data(), body.size()) != 0))
         std::abort();
     return 0;

@@ -1,17 +1,30 @@
-// Shared set-up of the M4 and M6 fuzz targets: a fixed key state as after an accepted M2, and a
-// builder that wraps a settings plaintext into a message with a valid Authenticator.
+// Shared by the message parsers' fuzz targets: the check on a parser's code, a fixed key state as
+// after an accepted M2, and a builder that wraps a settings plaintext into a registrar message
+// with a valid Authenticator.
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "api/context.h"
 #include "common/bytes.h"
+#include "common/check_codes.h"
 #include "crypto/crypto.h"
 #include "messages/messages.h"
 
-namespace fuzzsettings {
+namespace fuzzmsg {
+
+// A parser's code is 0 or one of its own, [lowest, highest], and the row of the code table it
+// traced. FUZZ_VERBOSE prints it.
+inline void check_code(const char* message, int32_t code, int32_t lowest, int32_t highest) {
+    if (std::getenv("FUZZ_VERBOSE") != nullptr) std::fprintf(stderr, "%s result %d\n", message, code);
+    if (code == 0) return;
+    if (code < lowest || code > highest) std::abort();
+    if (last_failed_check() == nullptr || last_failed_check()->code != code) std::abort();
+}
 
 inline void put_tlv(std::vector<uint8_t>& out, uint16_t type, const uint8_t* value, size_t len) {
     uint8_t h[4];
@@ -41,9 +54,9 @@ inline void reset_keys(uint32_t wps_mode) {
 }
 
 // Seals `plain` (after optionally fixing its Key Wrap Authenticator) and wraps it with the
-// attributes of a message of type msg_type, R-Hashes included for M4, and a valid Authenticator.
-inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t> plain, bool fix_kwa,
-                                          bool with_r_hashes) {
+// attributes of a message of type msg_type and a valid Authenticator. An M4 carries R-Hashes that
+// match the plaintext's R-S1; an M6's R-S2 is made to match the R-Hash2 of M4.
+inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t> plain, bool fix_kwa) {
     if (fix_kwa && plain.size() >= 32) {
         uint8_t mac[32];
         HmacSHA256(g_EnrolleeKeys.AuthKey, 32, plain.data(), 20, mac);
@@ -54,7 +67,7 @@ inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t>
     put_tlv(body, ATTR_VERSION, &version, 1);
     put_tlv(body, ATTR_MSG_TYPE, &msg_type, 1);
     put_tlv(body, ATTR_ENROLLEE_NONCE, g_EnrolleeKeys.Nonce, 16);
-    if (with_r_hashes) {
+    if (msg_type == WPS_MSG_TYPE_M4) {
         // R-Hashes that match the nonces in the plaintext, so that the final step can pass.
         if (plain.size() >= 20) std::memcpy(g_RegistrarKeys.SecretNonce1, plain.data() + 4, 16);
         uint8_t r1[32], r2[32];
@@ -62,7 +75,7 @@ inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t>
         ComputeRHash2(r2);
         put_tlv(body, ATTR_R_HASH1, r1, 32);
         put_tlv(body, ATTR_R_HASH2, r2, 32);
-    } else {
+    } else if (msg_type == WPS_MSG_TYPE_M6) {
         // M6 checks R-S2 against the R-Hash2 that M4 brought: make them match.
         if (plain.size() >= 20) std::memcpy(g_RegistrarKeys.SecretNonce2, plain.data() + 4, 16);
         ComputeRHash2(g_RegistrarKeys.Hash2);
@@ -79,4 +92,4 @@ inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t>
     return body;
 }
 
-}  // namespace fuzzsettings
+}  // namespace fuzzmsg
