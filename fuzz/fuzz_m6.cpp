@@ -1,20 +1,7 @@
-// Fuzzes the M6 parser from a fixed key state. The first byte picks the mode:
-//   bit 0:    Wi-Fi flavour instead of the WAPI pre-shared-key mode
-//   bit 7 clear: the rest is an M6 body, parsed as it stands;
-//   bit 7 set:   the rest is the settings plaintext, sealed and wrapped into an M6 with a valid
-//                Authenticator (bit 6 also fixes its Key Wrap Authenticator), so that the padding,
-//                KWA and R-Hash2 steps see arbitrary input.
+// Fuzzes the M6 parser (input as fuzzmsg::settings_target reads it). A wrapped M6's R-S2
+// matches the R-Hash2 of M4, so that the padding, KWA and R-Hash2 steps see arbitrary input.
 #include "fuzz_messages.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 1) return 0;
-    fuzzmsg::reset_keys((data[0] & 0x01) ? WIFI_WPS : WAPI_WPS_PSK);
-    std::vector<uint8_t> rest(data + 1, data + size);
-    std::vector<uint8_t> body =
-        (data[0] & 0x80) ? fuzzmsg::wrap_settings(WPS_MSG_TYPE_M6, rest, (data[0] & 0x40) != 0)
-                         : rest;
-    clear_failed_check();
-    const int32_t code = UnpackMessageM6(body, static_cast<int32_t>(body.size()));
-    fuzzmsg::check_code("M6", code, -60, -53);
-    return 0;
+    return fuzzmsg::settings_target(data, size, WPS_MSG_TYPE_M6, "M6", UnpackMessageM6, -60, -53);
 }

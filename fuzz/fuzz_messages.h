@@ -92,4 +92,23 @@ inline std::vector<uint8_t> wrap_settings(uint8_t msg_type, std::vector<uint8_t>
     return body;
 }
 
+// The M4 and M6 targets, from the key state above. The first byte picks the mode:
+//   bit 0:       Wi-Fi flavour instead of the WAPI pre-shared-key mode
+//   bit 7 clear: the rest is the message body, parsed as it stands;
+//   bit 7 set:   the rest is the settings plaintext, sealed and wrapped as wrap_settings does (bit 6
+//                also fixes its Key Wrap Authenticator), so that the steps after decryption see
+//                arbitrary input.
+inline int settings_target(const uint8_t* data, size_t size, uint8_t msg_type, const char* name,
+                           int32_t (*unpack)(std::span<const uint8_t>, int32_t), int32_t lowest,
+                           int32_t highest) {
+    if (size < 1) return 0;
+    reset_keys((data[0] & 0x01) ? WIFI_WPS : WAPI_WPS_PSK);
+    std::vector<uint8_t> rest(data + 1, data + size);
+    const std::vector<uint8_t> body =
+        (data[0] & 0x80) ? wrap_settings(msg_type, rest, (data[0] & 0x40) != 0) : rest;
+    clear_failed_check();
+    check_code(name, unpack(body, static_cast<int32_t>(body.size())), lowest, highest);
+    return 0;
+}
+
 }  // namespace fuzzmsg
