@@ -6,10 +6,10 @@
 
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
+#include "common/test_bytes.h"
 #include "platform/platform.h"
 #include "registrar/crypto.h"
 
@@ -22,11 +22,7 @@ inline void init_gcrypt() { registrar::crypto::init(); }
 
 inline Bytes bytes_of(const uint8_t* p, size_t n) { return Bytes(p, p + n); }
 
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
+using testbytes::cat;
 
 inline Bytes digest(int algorithm, const uint8_t* data, size_t len) {
     init_gcrypt();

@@ -1,4 +1,4 @@
-// Byte-string helpers shared by every test program: the one hex decoder, and appending.
+// Byte-string helpers shared by every test program: the one hex decoder, appending and joining.
 #pragma once
 
 #include <cstdint>
@@ -25,9 +25,9 @@ inline void append(Bytes& to, std::string_view text) {
     append(to, std::span(reinterpret_cast<const uint8_t*>(text.data()), text.size()));
 }
 
-inline Bytes cat(std::initializer_list<std::span<const uint8_t>> parts) {
+inline Bytes cat(std::initializer_list<Bytes> parts) {
     Bytes out;
-    for (auto p : parts) append(out, p);
+    for (const Bytes& p : parts) append(out, p);
     return out;
 }
 

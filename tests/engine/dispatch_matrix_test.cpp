@@ -56,7 +56,7 @@ std::map<std::string, Bytes> frames() {
     ack.opcode = WSC_OP_ACK;
     auto message = [](const Header& hh, uint8_t type) { return message_frame(hh, routed_body(type, 16)); };
     const Bytes m8 = routed_body(WPS_MSG_TYPE_M8, 16);
-    const Bytes first = testbytes::cat({std::array<uint8_t, 2>{0x01, 0x00}, m8});  // LF: the length field
+    const Bytes first = testbytes::cat({Bytes{0x01, 0x00}, m8});  // LF: the length field
     using enginetest::fragment_frame;
     return {{"Identity", enginetest::identity_request(0x21)},
             {"Start", enginetest::start_frame(h)},
@@ -71,7 +71,7 @@ std::map<std::string, Bytes> frames() {
             {"Other type", message(h, WPS_MSG_TYPE_M3)},
             {"Registrar NACK", message(h, WACA_MSG_TYPE_NACK)},
             {"EAP-Failure", enginetest::eap_failure(0x21)},
-            {"EAP-Failure bad", testbytes::cat({enginetest::eap_failure(0x21), std::array<uint8_t, 1>{0}})},
+            {"EAP-Failure bad", testbytes::cat({enginetest::eap_failure(0x21), Bytes{0}})},
             {"Wrong flavour", message_frame(enginetest::wifi_header(), routed_body(WPS_MSG_TYPE_M2D))},
             {"Wrong vendor", message(other_vendor, WPS_MSG_TYPE_M2)},
             {"Wrong op-code", message(ack, WPS_MSG_TYPE_M2)}};
