@@ -15,10 +15,6 @@
 #include "common/zev_wrap.h"
 
 #if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
-#include <unistd.h>
-
-#include <string>
-
 #include "chipsim/chipsim.h"
 #define ALLOC_WITH_CHIP 1
 #else
@@ -138,8 +134,7 @@ class NoAllocation : public ::testing::TestWithParam<Mode> {
 protected:
     static void SetUpTestSuite() {
 #if ALLOC_WITH_CHIP
-        const std::string path = "/tmp/wapiwps_alloc_" + std::to_string(::getpid()) + ".sock";
-        ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+        exchange::use_own_chip_socket("alloc");
         g_sim = new chipsim::Simulator();
         ASSERT_TRUE(g_sim->start());
 #endif

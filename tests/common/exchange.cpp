@@ -1,6 +1,7 @@
 // The in-process exchange harness.
 #include "common/exchange.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -9,6 +10,10 @@
 #include "platform/platform.h"
 #include "signing/securechip.h"
 #include "wapiwps.h"
+
+#ifndef _WIN32
+#include <unistd.h>
+#endif
 
 namespace exchange {
 
@@ -181,6 +186,15 @@ Transcript run(Options o) {
     read_psk(t.psk_rc_after, t.psk_after);
     trace_set_callback(nullptr, nullptr, false);
     return t;
+}
+
+void use_own_chip_socket(const char* program) {
+#ifndef _WIN32
+    const std::string path = "/tmp/wapiwps_" + std::string(program) + "_" + std::to_string(::getpid()) + ".sock";
+    ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+#else
+    (void)program;
+#endif
 }
 
 void wait_chip_connected() {

@@ -114,6 +114,10 @@ bool eventually(Pred pred) {
     return pred();
 }
 
+// Points the secure-chip client and the simulator at a socket of this process's own, so that
+// test programs running side by side never meet. Windows has one fixed pipe name: nothing to do.
+void use_own_chip_socket(const char* program);
+
 // Waits (at most 10 s) until the newest secure-chip client has connected to its service: the
 // Options::after_start of chip runs.
 void wait_chip_connected();

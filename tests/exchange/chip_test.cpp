@@ -4,9 +4,7 @@
 #if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <memory>
 
 #include "chipsim/chipsim.h"
@@ -30,8 +28,7 @@ struct ChipCase {
 class ChipExchange : public testing::TestWithParam<ChipCase> {
 protected:
     static void SetUpTestSuite() {
-        const std::string path = "/tmp/wapiwps_reg_chip_" + std::to_string(::getpid()) + ".sock";
-        ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+        exchange::use_own_chip_socket("exchange");
         sim_ = new chipsim::Simulator();
         ASSERT_TRUE(sim_->start());
     }

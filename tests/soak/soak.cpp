@@ -15,9 +15,6 @@
 #include "wapiwps.h"
 
 #if defined(WAPIWPS_HAVE_CHIPSIM) && !defined(_WIN32)
-#include <unistd.h>
-
-
 #include "chipsim/chipsim.h"
 #define SOAK_WITH_CHIP 1
 #else
@@ -86,8 +83,7 @@ int main(int argc, char** argv) {
         return 2;
     }
 #if SOAK_WITH_CHIP
-    const std::string path = "/tmp/wapiwps_soak_" + std::to_string(::getpid()) + ".sock";
-    ::setenv("WAPIWPS_SECURECHIP_SOCKET", path.c_str(), 1);
+    exchange::use_own_chip_socket("soak");
     chipsim::Simulator sim;
     if (!sim.start()) {
         std::fprintf(stderr, "soak: the secure-chip simulator did not start\n");
