@@ -46,9 +46,7 @@ struct RunValues {
 
 RunValues run_recording() {
     RunValues v;
-    exchange::Options o;
-    o.pin = "12345670";
-    o.registrar.require_signature = false;  // a minimal-form short key is the intended exception
+    exchange::Options o = exchange::cert_run(1);
     o.before_registrar = [&v](registrar::Registrar&, const Bytes& frame, size_t) {
         const Bytes type = attribute(frame, ATTR_MSG_TYPE);
         const uint8_t t = type.size() == 1 ? type[0] : 0;
@@ -260,10 +258,7 @@ TEST(SigningKey, RestoredKeySignsMode2AndWithoutAnyKeyM7IsRefused) {
         EXPECT_EQ(WapiWps_SetSigningKey(bad), -1);
     EXPECT_TRUE(all_zero(kept_secret_fields()[0]) && all_zero(kept_secret_fields()[1]));
 
-    exchange::Options o;
-    o.registrar.certificate_mode = 2;
-    o.registrar.uuid_r = {0xA1};
-    o.identities = {exchange::Identity{o.registrar.uuid_r, Bytes(20, 0x5A)}};
+    exchange::Options o = exchange::cert_run(2);
     const uint8_t key[24] = {0x3C, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB,
                              0xCC, 0xDD, 0xEE, 0xF0, 0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08};
     ASSERT_EQ(WapiWps_SetSigningKey(key), 0);

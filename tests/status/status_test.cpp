@@ -46,14 +46,10 @@ class StatusExchange : public testing::TestWithParam<StatusCase> {};
 
 TEST_P(StatusExchange, TheOutcomeSaysWhyTheRunEnded) {
     const StatusCase& c = GetParam();
-    exchange::Options o;
+    exchange::Options o = c.wps_mode == kCert ? exchange::cert_run(1) : exchange::psk_run();
     o.wps_mode = c.wps_mode;
-    o.pin = "24681357";
-    o.registrar.network_key = {0x10, 0x20, 0x30, 0x40, 0x50, 0x60, 0x70, 0x80};
-    o.registrar.cert_list = {0x30, 0x82, 0x01, 0x00};
     o.registrar.fault = c.fault;
     o.registrar.hex_network_key = c.fault.kind == K::HexKeyBadCharacter;
-    o.registrar.require_signature = false;
     if (c.chip_fails) o.after_start = [] { g_IsDoSecureChip = 1; };
     const exchange::Transcript t = exchange::run(o);
     ASSERT_FALSE(t.registrar_refused) << t.registrar_error;
@@ -119,9 +115,7 @@ INSTANTIATE_TEST_SUITE_P(Runs, StatusExchange, testing::ValuesIn(kCases),
 // A frame of another flavour in the middle of a run: dropped with nothing to send, reported as
 // not ours, and the run goes on to its credential. StartWPS then clears the outcome.
 TEST(StatusFrames, AForeignFrameIsNotOursAndTheRunGoesOn) {
-    exchange::Options o;
-    o.wps_mode = kPsk;
-    o.registrar.network_key = {0x01, 0x02};
+    exchange::Options o = exchange::psk_run();
     WapiWpsStatus during{};
     int32_t foreign_result = 0;
     uint32_t foreign_len = 1;
