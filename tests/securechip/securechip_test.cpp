@@ -31,6 +31,7 @@
 #include "api/context.h"
 #include "chipsim/chipsim.h"
 #include "common/exchange.h"
+#include "common/test_bytes.h"
 #include "platform/platform.h"
 #include "platform/securechip_transport.h"
 #include "signing/securechip.h"
@@ -249,16 +250,17 @@ INSTANTIATE_TEST_SUITE_P(Faults, SecureChipFaultTest,
 // The answer is cut at 6,144 bytes like a message-mode pipe read; the rest stays queued and is
 // what the next transactions read, 6,144 bytes at a time, so every later answer arrives late.
 TEST_F(SecureChipTest, LongReplyIsCutAndItsRestAnswersTheNextRequests) {
-    // Status 0 and L = 56, then the key; 6,144 bytes in the second read, 856 in the third.
+    // Status 0 and L = 40, then a 32-byte key; 6,144 bytes in the second read, 856 in the third.
     Bytes tail(7000, 0);
-    tail[7] = 56;
-    std::fill(tail.begin() + 8, tail.begin() + 56, 0x5A);
+    tail[7] = 40;
+    std::fill(tail.begin() + 8, tail.begin() + 40, 0x5A);
     sim_->set_long_reply_tail(tail);
     sim_->set_fault(Fault::kLongReply);
     expect_export_works();  // the head of the long answer
     Bytes key;
     ASSERT_EQ(export_key(&key), 0);
-    EXPECT_EQ(key, Bytes(48, 0x5A));  // the tail, taken as the second answer
+    // The tail, taken as the second answer: a short key comes out zero-filled to 48 bytes.
+    EXPECT_EQ(key, testbytes::cat({Bytes(32, 0x5A), Bytes(16, 0)}));
     EXPECT_EQ(export_key(&key), -1);  // the last 856 zero bytes: status 0 but L = 0
     SecureChipPrivateKeyIndex = 1;
     ASSERT_EQ(export_key(&key), 0);
